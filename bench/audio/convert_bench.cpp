@@ -1,0 +1,199 @@
+// Conversions between the host's interleaved stereo formats and float
+// planes, as the effect uses them, measured beside memcpy of the same float
+// bytes and beside libswresample.  After the runs a table gives each
+// routine's throughput as a ratio to both.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kernel/audio/convert.h"
+
+#if defined(ZQ_BENCH_HAVE_SWR)
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/samplefmt.h>
+#include <libswresample/swresample.h>
+}
+#endif
+
+namespace {
+
+struct Size {
+  const char* name;
+  size_t frames;  // stereo frames; float bytes are frames * 8
+  int iterations; // 0: let the library decide
+};
+constexpr Size kSizes[] = {
+    {"block512", 512, 0},
+    {"64KiB", 64 * 1024 / 8, 0},
+    {"64MiB", 64 * 1024 * 1024 / 8, 3},
+};
+
+struct Pair {
+  const char* name;
+  ZQSAMPLETYPE host;
+  bool toPlanes;  // host interleaved -> float planes, else back
+#if defined(ZQ_BENCH_HAVE_SWR)
+  AVSampleFormat swrHost;  // AV_SAMPLE_FMT_NONE: libswresample has no such format
+#endif
+};
+
+#if defined(ZQ_BENCH_HAVE_SWR)
+#define ZQ_SWR(x) , x
+#else
+#define ZQ_SWR(x)
+#endif
+const Pair kPairs[] = {
+    {"s16->f32planes", 17, true ZQ_SWR(AV_SAMPLE_FMT_S16)},   {"f32planes->s16", 17, false ZQ_SWR(AV_SAMPLE_FMT_S16)},
+    {"s24->f32planes", 18, true ZQ_SWR(AV_SAMPLE_FMT_NONE)},  {"f32planes->s24", 18, false ZQ_SWR(AV_SAMPLE_FMT_NONE)},
+    {"s32->f32planes", 19, true ZQ_SWR(AV_SAMPLE_FMT_S32)},   {"f32planes->s32", 19, false ZQ_SWR(AV_SAMPLE_FMT_S32)},
+    {"f64->f32planes", 33, true ZQ_SWR(AV_SAMPLE_FMT_DBL)},   {"f32planes->f64", 33, false ZQ_SWR(AV_SAMPLE_FMT_DBL)},
+    {"f32->f32planes", 32, true ZQ_SWR(AV_SAMPLE_FMT_FLT)},   {"f32planes->f32", 32, false ZQ_SWR(AV_SAMPLE_FMT_FLT)},
+};
+#undef ZQ_SWR
+
+struct Buffers {
+  std::vector<uint8_t> host;
+  std::vector<float> left, right;
+  explicit Buffers(size_t frames, int hostBytes)
+      : host(frames * 2 * size_t(hostBytes)), left(frames), right(frames) {
+    for (size_t i = 0; i < host.size(); ++i) host[i] = uint8_t(i * 37 + 11);
+    if (hostBytes == 8) {  // finite values in range for the double host
+      for (size_t i = 0; i < frames * 2; ++i) {
+        const double v = double(int(i % 2001) - 1000) / 1100.0;
+        std::memcpy(host.data() + 8 * i, &v, 8);
+      }
+    }
+    for (size_t i = 0; i < frames; ++i) left[i] = right[i] = float(int(i % 2001) - 1000) / 1100.0f;
+  }
+};
+
+void SetCounters(benchmark::State& state, size_t frames) {
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(frames * 8));
+}
+
+void RunKernel(benchmark::State& state, const Pair& p, const Size& s) {
+  const int hostBytes = ZqAudio_BytesFromSampleType(p.host);
+  Buffers b(s.frames, hostBytes);
+  for (auto _ : state) {
+    HRESULT hr = p.toPlanes
+                     ? ZqAudio_DeInterleaveStereoEx(b.left.data(), b.right.data(), 32, b.host.data(), p.host,
+                                                    DWORD(s.frames))
+                     : ZqAudio_InterleaveStereoEx(b.host.data(), p.host, b.left.data(), b.right.data(), 32,
+                                                  DWORD(s.frames));
+    benchmark::DoNotOptimize(hr);
+    benchmark::ClobberMemory();
+  }
+  SetCounters(state, s.frames);
+}
+
+void RunMemcpy(benchmark::State& state, const Size& s) {
+  std::vector<float> a(s.frames * 2, 0.25f), b(s.frames * 2);
+  for (auto _ : state) {
+    std::memcpy(b.data(), a.data(), a.size() * sizeof(float));
+    benchmark::ClobberMemory();
+  }
+  SetCounters(state, s.frames);
+}
+
+#if defined(ZQ_BENCH_HAVE_SWR)
+void RunSwr(benchmark::State& state, const Pair& p, const Size& s) {
+  AVChannelLayout stereo;
+  av_channel_layout_default(&stereo, 2);
+  SwrContext* swr = nullptr;
+  const AVSampleFormat in = p.toPlanes ? p.swrHost : AV_SAMPLE_FMT_FLTP;
+  const AVSampleFormat out = p.toPlanes ? AV_SAMPLE_FMT_FLTP : p.swrHost;
+  if (swr_alloc_set_opts2(&swr, &stereo, out, 48000, &stereo, in, 48000, 0, nullptr) < 0 || swr_init(swr) < 0) {
+    state.SkipWithError("libswresample refused the formats");
+    swr_free(&swr);
+    return;
+  }
+  Buffers b(s.frames, av_get_bytes_per_sample(p.swrHost));
+  uint8_t* planes[2] = {reinterpret_cast<uint8_t*>(b.left.data()), reinterpret_cast<uint8_t*>(b.right.data())};
+  uint8_t* packed[1] = {b.host.data()};
+  for (auto _ : state) {
+    const int n = p.toPlanes ? swr_convert(swr, planes, int(s.frames), const_cast<const uint8_t**>(packed),
+                                           int(s.frames))
+                             : swr_convert(swr, packed, int(s.frames), const_cast<const uint8_t**>(planes),
+                                           int(s.frames));
+    benchmark::DoNotOptimize(n);
+    benchmark::ClobberMemory();
+  }
+  SetCounters(state, s.frames);
+  swr_free(&swr);
+}
+#endif
+
+// Keeps every run's throughput for the table printed at the end.
+class TableReporter : public benchmark::ConsoleReporter {
+ public:
+  std::map<std::string, double> bytesPerSecond;
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& r : runs) {
+      auto it = r.counters.find("bytes_per_second");
+      if (it == r.counters.end() || r.error_occurred) continue;
+      std::string name = r.benchmark_name();
+      const size_t suffix = name.find("/iterations:");
+      if (suffix != std::string::npos) name.erase(suffix, name.find("/real_time") - suffix);
+      const size_t real = name.find("/real_time");
+      if (real != std::string::npos) name.erase(real);
+      bytesPerSecond[name] = it->second;
+    }
+  }
+};
+
+void Register() {
+  for (const Size& s : kSizes) {
+    auto* m = benchmark::RegisterBenchmark((std::string("memcpy/") + s.name).c_str(),
+                                           [s](benchmark::State& st) { RunMemcpy(st, s); });
+    m->UseRealTime();
+    if (s.iterations) m->Iterations(s.iterations);
+    for (const Pair& p : kPairs) {
+      auto* k = benchmark::RegisterBenchmark((std::string(p.name) + "/" + s.name + "/zq").c_str(),
+                                             [p, s](benchmark::State& st) { RunKernel(st, p, s); });
+      k->UseRealTime();
+      if (s.iterations) k->Iterations(s.iterations);
+#if defined(ZQ_BENCH_HAVE_SWR)
+      if (p.swrHost != AV_SAMPLE_FMT_NONE) {
+        auto* w = benchmark::RegisterBenchmark((std::string(p.name) + "/" + s.name + "/swr").c_str(),
+                                               [p, s](benchmark::State& st) { RunSwr(st, p, s); });
+        w->UseRealTime();
+        if (s.iterations) w->Iterations(s.iterations);
+      }
+#endif
+    }
+  }
+}
+
+void PrintTable(const std::map<std::string, double>& bps) {
+  std::printf("\n%-16s %-9s %10s %10s %10s\n", "pair", "size", "GB/s", "x memcpy", "x swr");
+  for (const Pair& p : kPairs)
+    for (const Size& s : kSizes) {
+      const std::string key = std::string(p.name) + "/" + s.name;
+      auto zq = bps.find(key + "/zq");
+      auto mc = bps.find(std::string("memcpy/") + s.name);
+      auto sw = bps.find(key + "/swr");
+      if (zq == bps.end()) continue;
+      const double ratioMemcpy = mc != bps.end() ? zq->second / mc->second : 0;
+      char swr[16] = "-";
+      if (sw != bps.end()) std::snprintf(swr, sizeof swr, "%.2f", zq->second / sw->second);
+      std::printf("%-16s %-9s %10.2f %10.2f %10s\n", p.name, s.name, zq->second / 1e9, ratioMemcpy, swr);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Register();
+  benchmark::Initialize(&argc, argv);
+  TableReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  PrintTable(reporter.bytesPerSecond);
+  benchmark::Shutdown();
+  return 0;
+}

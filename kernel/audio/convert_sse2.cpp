@@ -1,0 +1,137 @@
+// Routines for processors with SSE2 (every x86-64).  Built without
+// floating-point contraction: every routine gives the value of the scalar
+// path bit for bit, NaN payloads included.  The packed 24-bit types need a
+// byte shuffle that SSE2 lacks; they stay with the portable routines here.
+#include <emmintrin.h>
+
+#include "kernel/audio/simd_driver.h"
+
+namespace zq::audio {
+namespace {
+
+struct Sse2 {
+  template <int D, int S>
+  static constexpr bool Has() {
+    return D != 18 && S != 18;
+  }
+
+  // See the AVX2 routines for why single precision is exact here.
+  static __m128i FloatToInt(__m128 x, __m128 scale, __m128 hi, __m128 lo) {
+    x = _mm_mul_ps(x, scale);
+    x = _mm_and_ps(x, _mm_cmpord_ps(x, x));
+    x = _mm_max_ps(_mm_min_ps(x, hi), lo);
+    return _mm_cvtps_epi32(x);
+  }
+
+  // Two doubles through the scalar path's clip and rounding; the low 32 bits
+  // of each end up in lanes 0 and 2.
+  static __m128d RoundedPair(__m128d v, __m128d scale, __m128d hi, __m128d lo) {
+    v = _mm_mul_pd(v, scale);
+    v = _mm_max_pd(lo, _mm_min_pd(hi, v));
+    return _mm_add_pd(v, _mm_set1_pd(kRoundMagic));
+  }
+  static __m128i Low32(__m128d a, __m128d b) {
+    return _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(a), _mm_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+  }
+  static __m128i Widen16Lo(__m128i x) { return _mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16); }
+  static __m128i Widen16Hi(__m128i x) { return _mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16); }
+
+  template <int D, int S>
+  static size_t Block(BYTE* d, const BYTE* s, size_t n) {
+    size_t i = 0;
+    if constexpr (D == 17 && S == 32) {
+      const __m128 scale = _mm_set1_ps(32768.0f), hi = _mm_set1_ps(32767.0f), lo = _mm_set1_ps(-32768.0f);
+      for (; i + 8 <= n; i += 8) {
+        const __m128i a = FloatToInt(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)), scale, hi, lo);
+        const __m128i b = FloatToInt(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i + 16)), scale, hi, lo);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 2 * i), _mm_packs_epi32(a, b));
+      }
+    } else if constexpr (D == 19 && S == 32) {
+      const __m128d scale = _mm_set1_pd(2147483648.0), hi = _mm_set1_pd(2147483647.0), lo = _mm_set1_pd(-2147483648.0);
+      for (; i + 4 <= n; i += 4) {
+        const __m128 x = _mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i));
+        const __m128d a = RoundedPair(_mm_cvtps_pd(x), scale, hi, lo);
+        const __m128d b = RoundedPair(_mm_cvtps_pd(_mm_movehl_ps(x, x)), scale, hi, lo);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * i), Low32(a, b));
+      }
+    } else if constexpr (D == 33 && S == 32) {
+      for (; i + 4 <= n; i += 4) {
+        const __m128 x = _mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i));
+        _mm_storeu_pd(reinterpret_cast<double*>(d + 8 * i), _mm_cvtps_pd(x));
+        _mm_storeu_pd(reinterpret_cast<double*>(d + 8 * i + 16), _mm_cvtps_pd(_mm_movehl_ps(x, x)));
+      }
+    } else if constexpr (D == 32 && S == 17) {
+      const __m128 f = _mm_set1_ps(1.0f / 32768.0f);
+      for (; i + 8 <= n; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 2 * i));
+        _mm_storeu_ps(reinterpret_cast<float*>(d + 4 * i), _mm_mul_ps(_mm_cvtepi32_ps(Widen16Lo(x)), f));
+        _mm_storeu_ps(reinterpret_cast<float*>(d + 4 * i + 16), _mm_mul_ps(_mm_cvtepi32_ps(Widen16Hi(x)), f));
+      }
+    } else if constexpr (D == 32 && S == 19) {
+      const __m128 f = _mm_set1_ps(1.0f / 2147483648.0f);
+      for (; i + 4 <= n; i += 4) {
+        const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * i));
+        _mm_storeu_ps(reinterpret_cast<float*>(d + 4 * i), _mm_mul_ps(_mm_cvtepi32_ps(w), f));
+      }
+    } else if constexpr (D == 32 && S == 33) {
+      for (; i + 4 <= n; i += 4) {
+        const __m128 a = _mm_cvtpd_ps(_mm_loadu_pd(reinterpret_cast<const double*>(s + 8 * i)));
+        const __m128 b = _mm_cvtpd_ps(_mm_loadu_pd(reinterpret_cast<const double*>(s + 8 * i + 16)));
+        _mm_storeu_ps(reinterpret_cast<float*>(d + 4 * i), _mm_movelh_ps(a, b));
+      }
+    } else if constexpr (D == 17 && S == 33) {
+      const __m128d scale = _mm_set1_pd(32768.0), hi = _mm_set1_pd(32767.0), lo = _mm_set1_pd(-32768.0);
+      for (; i + 8 <= n; i += 8) {
+        const double* p = reinterpret_cast<const double*>(s + 8 * i);
+        const __m128i a = Low32(RoundedPair(_mm_loadu_pd(p), scale, hi, lo),
+                                RoundedPair(_mm_loadu_pd(p + 2), scale, hi, lo));
+        const __m128i b = Low32(RoundedPair(_mm_loadu_pd(p + 4), scale, hi, lo),
+                                RoundedPair(_mm_loadu_pd(p + 6), scale, hi, lo));
+        // Keep the low 16 bits (NaN included), then pack.
+        const __m128i a16 = _mm_srai_epi32(_mm_slli_epi32(a, 16), 16);
+        const __m128i b16 = _mm_srai_epi32(_mm_slli_epi32(b, 16), 16);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 2 * i), _mm_packs_epi32(a16, b16));
+      }
+    } else if constexpr (D == 33 && S == 17) {
+      const __m128d f = _mm_set1_pd(1.0 / 32768.0);
+      for (; i + 8 <= n; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 2 * i));
+        const __m128i lo = Widen16Lo(x), hi = Widen16Hi(x);
+        double* p = reinterpret_cast<double*>(d + 8 * i);
+        _mm_storeu_pd(p, _mm_mul_pd(_mm_cvtepi32_pd(lo), f));
+        _mm_storeu_pd(p + 2, _mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(lo, 8)), f));
+        _mm_storeu_pd(p + 4, _mm_mul_pd(_mm_cvtepi32_pd(hi), f));
+        _mm_storeu_pd(p + 6, _mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(hi, 8)), f));
+      }
+    }
+    return i;
+  }
+
+  static size_t Split32(BYTE* l, BYTE* r, const BYTE* s, size_t frames) {
+    size_t i = 0;
+    for (; i + 4 <= frames; i += 4) {
+      const __m128 a = _mm_loadu_ps(reinterpret_cast<const float*>(s + 8 * i));
+      const __m128 b = _mm_loadu_ps(reinterpret_cast<const float*>(s + 8 * i + 16));
+      _mm_storeu_ps(reinterpret_cast<float*>(l + 4 * i), _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+      _mm_storeu_ps(reinterpret_cast<float*>(r + 4 * i), _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+    }
+    return i;
+  }
+
+  static size_t Merge32(BYTE* d, const BYTE* l, const BYTE* r, size_t frames) {
+    size_t i = 0;
+    for (; i + 4 <= frames; i += 4) {
+      const __m128 a = _mm_loadu_ps(reinterpret_cast<const float*>(l + 4 * i));
+      const __m128 b = _mm_loadu_ps(reinterpret_cast<const float*>(r + 4 * i));
+      _mm_storeu_ps(reinterpret_cast<float*>(d + 8 * i), _mm_unpacklo_ps(a, b));
+      _mm_storeu_ps(reinterpret_cast<float*>(d + 8 * i + 16), _mm_unpackhi_ps(a, b));
+    }
+    return i;
+  }
+};
+
+}  // namespace
+
+const RoutineSet kSse2Routines = Driver<Sse2>::MakeSet("sse2", ZQCPU_SSE2);
+
+}  // namespace zq::audio
