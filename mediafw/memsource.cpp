@@ -1,0 +1,275 @@
+#include "mediafw/memsource.h"
+
+#include <cstring>
+
+#include "platform/thread.h"
+
+class CZqMemorySource::Pin final : public CBaseOutputPin {
+ public:
+  Pin(CZqMemorySource* source, HRESULT* phr)
+      : CBaseOutputPin(u"memory source pin", source, &source->m_csFilter, phr, u"Out"), m_source(source) {}
+
+  HRESULT CheckMediaType(const CMediaType* pmt) override {
+    CMediaType mine;
+    HRESULT hr = GetMediaType(0, &mine);
+    if (hr != S_OK) return E_UNEXPECTED;
+    return mine == *pmt ? S_OK : VFW_E_TYPE_NOT_ACCEPTED;
+  }
+
+  HRESULT GetMediaType(int iPosition, CMediaType* pmt) override {
+    if (iPosition < 0) return E_INVALIDARG;
+    if (iPosition > 0 || m_source->m_format.empty()) return VFW_S_NO_MORE_ITEMS;
+    FreeMediaType(*pmt);
+    return CreateAudioMediaType(reinterpret_cast<const WAVEFORMATEX*>(m_source->m_format.data()), pmt, TRUE);
+  }
+
+  HRESULT DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES* pRequest) override {
+    const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_source->m_format.data());
+    LONG needed = static_cast<LONG>(m_source->m_framesPerSample * wfx->nBlockAlign);
+    if (pRequest->cBuffers < m_source->m_bufferCount) pRequest->cBuffers = m_source->m_bufferCount;
+    if (pRequest->cbBuffer < needed) pRequest->cbBuffer = needed;
+    if (pRequest->cbAlign < 1) pRequest->cbAlign = 1;
+    ALLOCATOR_PROPERTIES actual{};
+    HRESULT hr = pAlloc->SetProperties(pRequest, &actual);
+    if (FAILED(hr)) return hr;
+    return actual.cbBuffer < needed ? E_FAIL : S_OK;
+  }
+
+  HRESULT Active() override {
+    HRESULT hr = CBaseOutputPin::Active();
+    if (FAILED(hr)) return hr;
+    return m_source->StartStreaming();
+  }
+
+  HRESULT Inactive() override {
+    // Decommit first: a streaming thread waiting for a buffer wakes and ends.
+    m_source->m_stopRequested = true;
+    HRESULT hr = CBaseOutputPin::Inactive();
+    m_source->StopStreaming();
+    return hr;
+  }
+
+ private:
+  CZqMemorySource* m_source;
+};
+
+CZqMemorySource::CZqMemorySource(IUnknown* outer)
+    : CBaseFilter(u"memory source", outer, &m_csFilter, kClsid) {
+  HRESULT hr = S_OK;
+  m_pPin = new Pin(this, &hr);
+  m_done.Set();
+}
+
+CZqMemorySource::~CZqMemorySource() {
+  StopStreaming();
+  delete m_pPin;
+}
+
+HRESULT CZqMemorySource::Create(CZqMemorySource** source) {
+  if (source == nullptr) return E_POINTER;
+  *source = new (std::nothrow) CZqMemorySource();
+  if (*source == nullptr) return E_OUTOFMEMORY;
+  (*source)->NonDelegatingAddRef();
+  return S_OK;
+}
+
+CBasePin* CZqMemorySource::GetPin(int n) { return n == 0 ? m_pPin : nullptr; }
+
+CBaseOutputPin* CZqMemorySource::OutputPin() { return m_pPin; }
+
+HRESULT CZqMemorySource::SetFormat(const WAVEFORMATEX* pwfx) {
+  if (pwfx == nullptr) return E_POINTER;
+  if (pwfx->nChannels == 0 || pwfx->nSamplesPerSec == 0 || pwfx->nBlockAlign == 0) return E_INVALIDARG;
+  CAutoLock lock(&m_csFilter);
+  const auto* bytes = reinterpret_cast<const BYTE*>(pwfx);
+  m_format.assign(bytes, bytes + sizeof(WAVEFORMATEX) + pwfx->cbSize);
+  return S_OK;
+}
+
+HRESULT CZqMemorySource::SetData(const void* data, size_t bytes) {
+  if (data == nullptr && bytes != 0) return E_POINTER;
+  CAutoLock lock(&m_csFilter);
+  const auto* p = static_cast<const BYTE*>(data);
+  m_data.assign(p, p + bytes);
+  return S_OK;
+}
+
+void CZqMemorySource::SetFramesPerSample(ULONG frames) {
+  CAutoLock lock(&m_csFilter);
+  m_framesPerSample = frames > 0 ? frames : 1;
+}
+
+void CZqMemorySource::SetStartTime(REFERENCE_TIME start) {
+  CAutoLock lock(&m_csFilter);
+  m_startTime = start;
+}
+
+void CZqMemorySource::SetStartMediaTime(LONGLONG frame) {
+  CAutoLock lock(&m_csFilter);
+  m_startMediaTime = frame;
+}
+
+void CZqMemorySource::SetDiscontinuities(std::set<ULONG> sampleIndexes) {
+  CAutoLock lock(&m_csFilter);
+  m_discontinuities = std::move(sampleIndexes);
+}
+
+void CZqMemorySource::SetSilentSamples(std::set<ULONG> sampleIndexes) {
+  CAutoLock lock(&m_csFilter);
+  m_silent = std::move(sampleIndexes);
+}
+
+void CZqMemorySource::SetBufferCount(LONG buffers) {
+  CAutoLock lock(&m_csFilter);
+  m_bufferCount = buffers > 0 ? buffers : 1;
+}
+
+void CZqMemorySource::SetThreaded(bool threaded) {
+  CAutoLock lock(&m_csFilter);
+  m_threaded = threaded;
+}
+
+void CZqMemorySource::SetSendNewSegment(bool send) {
+  CAutoLock lock(&m_csFilter);
+  m_sendNewSegment = send;
+}
+
+ULONG CZqMemorySource::SampleCount() {
+  CAutoLock lock(&m_csFilter);
+  if (m_format.empty()) return 0;
+  const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
+  size_t frames = m_data.size() / wfx->nBlockAlign;
+  return static_cast<ULONG>((frames + m_framesPerSample - 1) / m_framesPerSample);
+}
+
+void CZqMemorySource::ResetStream() {
+  m_next = 0;
+  m_eosSent = false;
+  m_segmentSent = false;
+  m_delivered = 0;
+  m_streamStatus = S_OK;
+  m_stopRequested = false;
+}
+
+HRESULT CZqMemorySource::StartStreaming() {
+  ResetStream();
+  if (!m_threaded) return S_OK;
+  m_done.Reset();
+  m_thread = CreateThread(nullptr, 0, &CZqMemorySource::ThreadProc, this, 0, nullptr);
+  if (m_thread == nullptr) {
+    m_done.Set();
+    return HRESULT_FROM_WIN32(GetLastError());
+  }
+  return S_OK;
+}
+
+void CZqMemorySource::StopStreaming() {
+  m_stopRequested = true;
+  if (m_thread != nullptr) {
+    WaitForSingleObject(m_thread, INFINITE);
+    CloseHandle(m_thread);
+    m_thread = nullptr;
+  }
+}
+
+DWORD CZqMemorySource::ThreadProc(LPVOID self) {
+  auto* source = static_cast<CZqMemorySource*>(self);
+  source->StreamLoop();
+  source->m_done.Set();
+  return 0;
+}
+
+void CZqMemorySource::StreamLoop() {
+  for (;;) {
+    if (m_stopRequested) return;
+    HRESULT hr = DeliverNext();
+    if (hr == S_OK) continue;
+    return;
+  }
+}
+
+HRESULT CZqMemorySource::PushNext() {
+  {
+    CAutoLock lock(&m_csFilter);
+    if (m_threaded) return E_UNEXPECTED;
+    if (IsStopped()) return VFW_E_WRONG_STATE;
+  }
+  return DeliverNext();
+}
+
+HRESULT CZqMemorySource::DeliverNext() {
+  if (m_eosSent) return S_FALSE;
+  if (!m_segmentSent) {
+    m_segmentSent = true;
+    if (m_sendNewSegment) {
+      const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
+      LONGLONG frames = static_cast<LONGLONG>(m_data.size() / wfx->nBlockAlign);
+      m_pPin->DeliverNewSegment(m_startTime, m_startTime + frames * 10000000LL / wfx->nSamplesPerSec, 1.0);
+    }
+  }
+  HRESULT hr = DeliverSample(m_next);
+  if (hr == S_OK) {
+    ++m_next;
+    ++m_delivered;
+    return S_OK;
+  }
+  // Stopping: downstream stops first, so the buffers or the receiving pin
+  // may go away before we are told.  That is no failure of the stream.
+  if (m_stopRequested || hr == VFW_E_NOT_COMMITTED || hr == VFW_E_WRONG_STATE) return hr;
+  if (FAILED(hr)) {
+    m_streamStatus = hr;
+    NotifyEvent(EC_ERRORABORT, hr, 0);
+  }
+  // The data ran out, downstream asked us to stop (Receive answered
+  // S_FALSE) or delivery failed: the stream ends here.
+  m_eosSent = true;
+  m_pPin->DeliverEndOfStream();
+  return FAILED(hr) ? hr : S_FALSE;
+}
+
+HRESULT CZqMemorySource::DeliverSample(ULONG index) {
+  const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
+  const ULONG block = wfx->nBlockAlign;
+  const ULONGLONG totalFrames = m_data.size() / block;
+  const ULONGLONG first = ULONGLONG(index) * m_framesPerSample;
+  if (first >= totalFrames) return S_FALSE;
+  const ULONGLONG frames = totalFrames - first < m_framesPerSample ? totalFrames - first : m_framesPerSample;
+
+  IMediaSample* sample = nullptr;
+  HRESULT hr = m_pPin->GetDeliveryBuffer(&sample, nullptr, nullptr, 0);
+  if (FAILED(hr)) return hr;
+  BYTE* p = nullptr;
+  hr = sample->GetPointer(&p);
+  const LONG bytes = static_cast<LONG>(frames * block);
+  if (SUCCEEDED(hr) && sample->GetSize() < bytes) hr = VFW_E_BUFFER_OVERFLOW;
+  if (SUCCEEDED(hr)) {
+    std::memcpy(p, m_data.data() + first * block, size_t(bytes));
+    hr = sample->SetActualDataLength(bytes);
+  }
+  if (SUCCEEDED(hr)) {
+    REFERENCE_TIME start = m_startTime + REFERENCE_TIME(first * 10000000ULL / wfx->nSamplesPerSec);
+    REFERENCE_TIME stop = m_startTime + REFERENCE_TIME((first + frames) * 10000000ULL / wfx->nSamplesPerSec);
+    hr = sample->SetTime(&start, &stop);
+  }
+  if (SUCCEEDED(hr)) {
+    LONGLONG mediaStart = m_startMediaTime + LONGLONG(first);
+    LONGLONG mediaStop = mediaStart + LONGLONG(frames);
+    hr = sample->SetMediaTime(&mediaStart, &mediaStop);
+  }
+  if (SUCCEEDED(hr)) hr = sample->SetSyncPoint(TRUE);
+  if (SUCCEEDED(hr)) hr = sample->SetDiscontinuity(m_discontinuities.count(index) != 0);
+  if (SUCCEEDED(hr)) {
+    IZqSampleSilence* silence = nullptr;
+    if (SUCCEEDED(sample->QueryInterface(IID_IZqSampleSilence, reinterpret_cast<void**>(&silence)))) {
+      hr = silence->SetSilent(m_silent.count(index) != 0);
+      silence->Release();
+    }
+  }
+  if (SUCCEEDED(hr)) {
+    hr = m_pPin->Deliver(sample);
+  }
+  sample->Release();
+  return hr;
+}
+
+HRESULT CZqMemorySource::WaitUntilDone(DWORD milliseconds) { return m_done.Wait(milliseconds) ? S_OK : E_ABORT; }
