@@ -1,0 +1,196 @@
+// Helpers shared by the stream tests: seeks in one line, temporary files,
+// and a well-behaved stream of our own to put under a protected stream.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kernel/com/object.h"
+#include "kernel/com/stream.h"
+#include "kernel/memory.h"
+#include "platform/file.h"
+
+namespace zqtest {
+
+constexpr ULONGLONG kGiB = 1ull << 30;
+
+struct SeekResult {
+  HRESULT status;
+  ULONGLONG position;
+};
+
+inline SeekResult SeekTo(IStream* s, LONGLONG offset, DWORD origin, ULONGLONG sentinel = 0xDEADBEEFull) {
+  LARGE_INTEGER move;
+  move.QuadPart = offset;
+  ULARGE_INTEGER now;
+  now.QuadPart = sentinel;
+  HRESULT hr = s->Seek(move, origin, &now);
+  return {hr, now.QuadPart};
+}
+
+// Where the stream stands, by Seek(0, STREAM_SEEK_CUR).
+inline ULONGLONG Tell(IStream* s) { return SeekTo(s, 0, STREAM_SEEK_CUR).position; }
+
+struct IoResult {
+  HRESULT status;
+  ULONG count;
+};
+
+inline IoResult ReadInto(IStream* s, void* buffer, ULONG size) {
+  ULONG n = 0xDEADu;
+  HRESULT hr = s->Read(buffer, size, &n);
+  return {hr, n};
+}
+
+inline IoResult WriteFrom(IStream* s, const void* buffer, ULONG size) {
+  ULONG n = 0xDEADu;
+  HRESULT hr = s->Write(buffer, size, &n);
+  return {hr, n};
+}
+
+inline std::vector<BYTE> Pattern(size_t size) {
+  std::vector<BYTE> v(size);
+  for (size_t i = 0; i < size; ++i) v[i] = static_cast<BYTE>(i % 251 + 1);  // never 0
+  return v;
+}
+
+// The operations that no stream offers answer E_NOTIMPL.
+inline void ExpectUnofferedOperations(IStream* s) {
+  ULARGE_INTEGER any;
+  any.QuadPart = 1;
+  EXPECT_EQ(s->SetSize(any), E_NOTIMPL);
+  EXPECT_EQ(s->CopyTo(nullptr, any, nullptr, nullptr), E_NOTIMPL);
+  EXPECT_EQ(s->Commit(0), E_NOTIMPL);
+  EXPECT_EQ(s->Revert(), E_NOTIMPL);
+  EXPECT_EQ(s->LockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
+  EXPECT_EQ(s->UnlockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
+}
+
+// IUnknown and IStream with one identity, and nothing that is not a stream.
+inline void ExpectStreamIdentity(IStream* s) {
+  void* unknown = nullptr;
+  void* stream = nullptr;
+  ASSERT_EQ(s->QueryInterface(IID_IUnknown, &unknown), S_OK);
+  ASSERT_EQ(s->QueryInterface(IID_IStream, &stream), S_OK);
+  EXPECT_EQ(stream, static_cast<void*>(s));
+  EXPECT_EQ(unknown, static_cast<void*>(static_cast<IUnknown*>(s)));
+  static_cast<IUnknown*>(unknown)->Release();
+  static_cast<IUnknown*>(stream)->Release();
+  void* other = reinterpret_cast<void*>(1);
+  EXPECT_EQ(s->QueryInterface(IID_IPersistStream, &other), E_NOINTERFACE);
+  EXPECT_EQ(other, nullptr);
+}
+
+// A file in the temporary folder, deleted at the end.
+class TempFile {
+ public:
+  explicit TempFile(const char* tag) {
+    WCHAR folder[MAX_PATH];
+    DWORD n = GetTempPathW(MAX_PATH, folder);
+    path_.assign(folder, n);
+    static std::atomic<int> counter{0};
+    std::string name = std::string("zq_stream_") + tag + "_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+                       "_" + std::to_string(counter++) + ".bin";
+    for (char c : name) path_.push_back(static_cast<WCHAR>(c));
+    DeleteFileW(path_.c_str());
+  }
+  ~TempFile() {
+    for (HANDLE h : handles_) CloseHandle(h);
+    DeleteFileW(path_.c_str());
+  }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+
+  // Opens the file (created when missing); closed at the end unless the test
+  // closes it itself (then pass `keep` = false).
+  HANDLE Open(DWORD access, bool keep = true) {
+    HANDLE h = CreateFileW(path_.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    EXPECT_NE(h, INVALID_HANDLE_VALUE) << "error " << GetLastError();
+    if (keep && h != INVALID_HANDLE_VALUE) handles_.push_back(h);
+    return h;
+  }
+  HANDLE OpenReadWrite() { return Open(GENERIC_READ | GENERIC_WRITE); }
+
+  void Fill(const std::vector<BYTE>& bytes) {
+    HANDLE h = Open(GENERIC_WRITE, false);
+    DWORD n = 0;
+    ASSERT_TRUE(WriteFile(h, bytes.data(), static_cast<DWORD>(bytes.size()), &n, nullptr));
+    CloseHandle(h);
+  }
+
+ private:
+  std::u16string path_;
+  std::vector<HANDLE> handles_;
+};
+
+// A plain stream over a vector whose Clone works and whose Seek can be made
+// to fail, to stand under the protected stream.
+class FakeStream final : public ZqComObject<FakeStream, IStream> {
+ public:
+  explicit FakeStream(std::vector<BYTE> data) : data_(std::move(data)) {}
+
+  HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override {
+    ULONG n = 0;
+    if (position_ < data_.size()) n = static_cast<ULONG>(std::min<ULONGLONG>(size, data_.size() - position_));
+    if (n) std::memcpy(buffer, data_.data() + position_, n);
+    position_ += n;
+    if (read) *read = n;
+    return n < size ? S_FALSE : S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override {
+    if (failWrite) return STG_E_MEDIUMFULL;
+    if (position_ + size > data_.size()) data_.resize(position_ + size);
+    std::memcpy(data_.data() + position_, buffer, size);
+    position_ += size;
+    if (written) *written = size;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* now) override {
+    ++seeks;
+    if (failSeek) return STG_E_INVALIDFUNCTION;
+    LONGLONG base = origin == STREAM_SEEK_SET ? 0 : origin == STREAM_SEEK_CUR ? position_ : data_.size();
+    if (origin > STREAM_SEEK_END || base + move.QuadPart < 0) return STG_E_INVALIDFUNCTION;
+    position_ = static_cast<ULONGLONG>(base + move.QuadPart);
+    if (now) now->QuadPart = position_;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
+    if (stat == nullptr) return STG_E_INVALIDPOINTER;
+    std::memset(stat, 0, sizeof(*stat));
+    stat->type = STGTY_STREAM;
+    stat->cbSize.QuadPart = data_.size();
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Clone(IStream** clone) override {
+    auto* copy = new FakeStream(data_);
+    copy->position_ = position_;
+    *clone = copy;
+    return S_OK;
+  }
+
+  const std::vector<BYTE>& data() const { return data_; }
+  ULONGLONG position() const { return position_; }
+
+  bool failSeek = false;
+  bool failWrite = false;
+  int seeks = 0;
+
+ private:
+  std::vector<BYTE> data_;
+  ULONGLONG position_ = 0;
+};
+
+}  // namespace zqtest
