@@ -1,0 +1,175 @@
+// ProcessAudio: the copy-in and copy-out rules, the channel buffers, faults in
+// processReplacing, and no allocation per block once the buffers stand.
+#include <cstdlib>
+#include <vector>
+
+#include "kernel/memory.h"
+#include "vsthost_fixture.h"
+
+using namespace zqtest;
+
+namespace {
+
+constexpr int kFrames = 64;
+
+std::vector<float> Ramp(int frames, int channels, float step) {
+  std::vector<float> v(static_cast<size_t>(frames * channels));
+  for (size_t i = 0; i < v.size(); ++i) v[i] = step * static_cast<float>(i + 1);
+  return v;
+}
+
+TEST(ProcessAudio, WrongSampleSizeLeavesThePluginUncalled) {
+  PluginRecord record("zqtest_2in2out");
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  std::vector<float> in(kFrames * 2), out(kFrames * 2);
+  const long long before = record.State(kStateProcessCount);
+  EXPECT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 2), E_INVALIDARG);
+  EXPECT_EQ(record.State(kStateProcessCount), before);
+  EXPECT_EQ(effect->ChannelCapacity(), 0);
+}
+
+TEST(ProcessAudio, StereoFloatThroughTheFastPath) {
+  Loaded effect("zqtest_2in2out");  // out k = 2 * in k
+  ASSERT_EQ(effect.hr, S_OK);
+  auto in = Ramp(kFrames, 2, 0.001f);
+  std::vector<float> out(in.size(), 9.0f);
+  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK);
+  for (size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], 2.0f * in[i]) << i;
+}
+
+TEST(ProcessAudio, NullSourceIsSilenceAndOutputsStartAsTheInputs) {
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  std::vector<float> out(kFrames * 2, 9.0f);
+  ASSERT_EQ(effect->ProcessAudio(nullptr, 2, out.data(), 2, kFrames, 4), S_OK);
+  for (float v : out) ASSERT_EQ(v, 0.0f);
+}
+
+TEST(ProcessAudio, MonoIntoTwoInputsDependsOnCanMono) {
+  auto in = Ramp(kFrames, 1, 0.01f);
+  {
+    Loaded effect("zqtest_2in2out");
+    ASSERT_EQ(effect.hr, S_OK);
+    std::vector<float> out(kFrames * 2, 9.0f);
+    ASSERT_EQ(effect->ProcessAudio(in.data(), 1, out.data(), 2, kFrames, 4), S_OK);
+    for (int f = 0; f < kFrames; ++f) {
+      ASSERT_EQ(out[2 * f], 2.0f * in[f]) << f;
+      ASSERT_EQ(out[2 * f + 1], 0.0f) << f;  // input 1 stays zero
+    }
+  }
+  {
+    Loaded effect("zqtest_2in2out_mono");
+    ASSERT_EQ(effect.hr, S_OK);
+    ASSERT_NE(effect->Effect()->flags & effFlagsCanMono, 0);
+    std::vector<float> out(kFrames * 2, 9.0f);
+    ASSERT_EQ(effect->ProcessAudio(in.data(), 1, out.data(), 2, kFrames, 4), S_OK);
+    for (int f = 0; f < kFrames; ++f) {
+      ASSERT_EQ(out[2 * f], 2.0f * in[f]) << f;
+      ASSERT_EQ(out[2 * f + 1], 2.0f * in[f]) << f;
+    }
+  }
+}
+
+TEST(ProcessAudio, ThreeDestinationChannelsFromTwoOutputsMuteTheThird) {
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  auto in = Ramp(kFrames, 2, 0.001f);
+  std::vector<float> out(kFrames * 3, 9.0f);
+  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 3, kFrames, 4), S_OK);
+  for (int f = 0; f < kFrames; ++f) {
+    ASSERT_EQ(out[3 * f], 2.0f * in[2 * f]) << f;
+    ASSERT_EQ(out[3 * f + 1], 2.0f * in[2 * f + 1]) << f;
+    ASSERT_EQ(out[3 * f + 2], 0.0f) << f;
+  }
+}
+
+TEST(ProcessAudio, OneInputTwoOutputsGoesThePerChannelWay) {
+  Loaded effect("zqtest_1in2out");  // out0 = in0, out1 = -in0
+  ASSERT_EQ(effect.hr, S_OK);
+  auto in = Ramp(kFrames, 2, 0.001f);
+  std::vector<float> out(kFrames * 2, 9.0f);
+  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK);
+  for (int f = 0; f < kFrames; ++f) {
+    // A stereo source into a mono plug-in gives only the left channel.
+    ASSERT_EQ(out[2 * f], in[2 * f]) << f;
+    ASSERT_EQ(out[2 * f + 1], -in[2 * f]) << f;
+  }
+}
+
+TEST(ProcessAudio, SixChannelsAndSixteenBitStreams) {
+  Loaded six("zqtest_6x6");  // out k = in k * (k + 1)
+  ASSERT_EQ(six.hr, S_OK);
+  auto in = Ramp(kFrames, 6, 0.0001f);
+  std::vector<float> out(in.size());
+  ASSERT_EQ(six->ProcessAudio(in.data(), 6, out.data(), 6, kFrames, 4), S_OK);
+  for (size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], in[i] * static_cast<float>(i % 6 + 1)) << i;
+
+  Loaded twice("zqtest_2in2out");
+  ASSERT_EQ(twice->SetSampleType(ZQSAMPLE_PCM16), S_OK);
+  std::vector<int16_t> pcm(kFrames * 2), result(kFrames * 2);
+  for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<int16_t>(i % 2 ? -1000 : 20000);
+  ASSERT_EQ(twice->ProcessAudio(pcm.data(), 2, result.data(), 2, kFrames, 2), S_OK);
+  for (int f = 0; f < kFrames; ++f) {
+    ASSERT_EQ(result[2 * f], 32767) << f;  // 40000 clipped
+    ASSERT_EQ(result[2 * f + 1], -2000) << f;
+  }
+}
+
+TEST(ProcessAudio, ChannelBuffersHaveADoubleStrideAndGrowOnlyForLargerBlocks) {
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  std::vector<float> in(1024 * 2), out(1024 * 2);
+  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, 256, 4), S_OK);
+  EXPECT_EQ(effect->ChannelCapacity(), 256 * 4);
+  EXPECT_EQ(effect->InputChannels()[1] - effect->InputChannels()[0], 512);
+  EXPECT_EQ(effect->OutputChannels()[1] - effect->OutputChannels()[0], 512);
+  float* const* tables = effect->InputChannels();
+
+  const ULONGLONG calls = ZqMemory_GetAllocCalls();
+  for (int frames : {256, 100, 1, 255, 256}) ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, frames, 4), S_OK);
+  EXPECT_EQ(ZqMemory_GetAllocCalls(), calls);  // no allocation per block
+  EXPECT_EQ(effect->InputChannels(), tables);
+
+  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, 1024, 4), S_OK);
+  EXPECT_EQ(effect->ChannelCapacity(), 1024 * 4);
+  EXPECT_GT(ZqMemory_GetAllocCalls(), calls);
+}
+
+TEST(ProcessAudio, OutOfMemoryWhileGrowingThenRecovers) {
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  std::vector<float> in(kFrames * 2, 0.5f), out(kFrames * 2);
+  for (LONG n : {1, 2}) {
+    ZqScopedAllocFailure failure(n, ZQMEMFAIL_CALLING_THREAD);
+    EXPECT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), E_OUTOFMEMORY) << n;
+    EXPECT_EQ(effect->ChannelCapacity(), 0);
+  }
+  EXPECT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK);
+  EXPECT_EQ(out[0], 1.0f);
+}
+
+TEST(ProcessAudio, FaultsInProcessReplacingKeepTheStreamRunning) {
+  setenv("ZQBAD_THROW_PROCESS", "1", 1);
+  setenv("ZQBAD_THROW_OPCODE", "none", 1);
+  for (const char* name : {"zqbad_process_fault", "zqbad_divide", "zqbad_throw"}) {
+    PluginRecord record(name);
+    Loaded effect(name);
+    ASSERT_EQ(effect.hr, S_OK) << name;
+    auto in = Ramp(kFrames, 2, 0.001f);
+    std::vector<float> out(in.size());
+    const long long before = record.State(kStateProcessCount);
+    for (int block = 0; block < 3; ++block) {
+      ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK) << name;
+      // The dry copy stands in the output.
+      ASSERT_EQ(out[5], in[5]) << name;
+    }
+    EXPECT_EQ(record.State(kStateProcessCount) - before, 3) << name;
+    WCHAR text[64];
+    EXPECT_EQ(effect->GetEffectName(text, 64), S_OK) << name;
+  }
+  unsetenv("ZQBAD_THROW_PROCESS");
+  unsetenv("ZQBAD_THROW_OPCODE");
+}
+
+}  // namespace
