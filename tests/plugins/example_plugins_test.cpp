@@ -1,0 +1,422 @@
+// The example plug-ins: the answers a host reads from them, their
+// parameters and programs, and their exactly predictable outputs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <vector>
+
+#include "tests/plugins/plugin_host.h"
+
+namespace {
+
+using zqtest::Id;
+using zqtest::Plugin;
+using Planes = std::vector<std::vector<float>>;
+
+std::vector<float> Ramp(int32_t frames, float start, float step) {
+  std::vector<float> v(static_cast<size_t>(frames));
+  for (int32_t i = 0; i < frames; ++i) v[static_cast<size_t>(i)] = start + step * static_cast<float>(i);
+  return v;
+}
+
+TEST(ExamplePlugins, AnswerWhatAHostAsksOfEveryModule) {
+  struct Row {
+    const char* file;
+    const char* name;
+    int32_t id;
+    int32_t params;
+    int32_t programs;
+    int32_t latency;
+    int32_t flags;
+  };
+  const Row rows[] = {
+      {"zqgain.so", "ZqGain", Id("ZqGn"), 4, 4, 0,
+       effFlagsCanReplacing | effFlagsCanDoubleReplacing | effFlagsNoSoundInStop},
+      {"zqdelay.so", "ZqDelay", Id("ZqDl"), 3, 2, 64, effFlagsCanReplacing},
+      {"zqchunk.so", "ZqChunk", Id("ZqCk"), 3, 3, 0, effFlagsCanReplacing | effFlagsProgramChunks},
+      {"zqbiquad.so", "ZqBiquad", Id("ZqBq"), 2, 3, 0, effFlagsCanReplacing | effFlagsCanDoubleReplacing},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.file);
+    Plugin p(row.file);
+    ASSERT_TRUE(p.ok());
+    const AEffect* e = p.effect();
+    EXPECT_EQ(row.id, e->uniqueID);
+    EXPECT_EQ(2, e->numInputs);
+    EXPECT_EQ(2, e->numOutputs);
+    EXPECT_EQ(row.params, e->numParams);
+    EXPECT_EQ(row.programs, e->numPrograms);
+    EXPECT_EQ(row.latency, e->initialDelay);
+    EXPECT_EQ(row.flags, e->flags);
+    EXPECT_EQ(row.flags & effFlagsCanDoubleReplacing ? 1 : 0, e->processDoubleReplacing != nullptr ? 1 : 0);
+    EXPECT_EQ(row.name, p.Text(effGetEffectName));
+    EXPECT_EQ("Ostrand", p.Text(effGetVendorString));
+    EXPECT_EQ("ZqVstWrap Examples", p.Text(effGetProductString));
+    EXPECT_EQ(1000, p.Call(effGetVendorVersion));
+    EXPECT_EQ(2400, p.Call(effGetVstVersion));
+    EXPECT_EQ(kPlugCategEffect, p.Call(effGetPlugCategory));
+    EXPECT_EQ(-1, p.Call(effCanDo, 0, 0, const_cast<char*>("receiveVstEvents")));
+    EXPECT_EQ(1, p.Call(effCanDo, 0, 0, const_cast<char*>("plugAsChannelInsert")));
+    EXPECT_EQ(0, p.Call(effCanDo, 0, 0, const_cast<char*>("somethingNobodyKnows")));
+    // Every text stays within the published limits.
+    for (int32_t i = 0; i < e->numParams; ++i) {
+      EXPECT_LT(p.Text(effGetParamName, i).size(), size_t{kVstMaxParamStrLen}) << i;
+      EXPECT_LT(p.Text(effGetParamDisplay, i).size(), size_t{kVstMaxParamStrLen}) << i;
+      EXPECT_LT(p.Text(effGetParamLabel, i).size(), size_t{kVstMaxParamStrLen}) << i;
+    }
+  }
+}
+
+TEST(ZqGain, AnswersParameterPropertiesOfEachKind) {
+  Plugin p("zqgain.so");
+  ASSERT_TRUE(p.ok());
+  VstParameterProperties props{};
+
+  ASSERT_EQ(1, p.Call(effGetParameterProperties, 0, 0, &props));
+  EXPECT_EQ(kVstParameterCanRamp, props.flags);
+  EXPECT_STREQ("Gain", props.label);
+
+  ASSERT_EQ(1, p.Call(effGetParameterProperties, 1, 0, &props));
+  EXPECT_EQ(kVstParameterIsSwitch, props.flags);
+  EXPECT_STREQ("Phase", props.shortLabel);
+
+  ASSERT_EQ(1, p.Call(effGetParameterProperties, 2, 0, &props));
+  EXPECT_EQ(kVstParameterUsesIntegerMinMax | kVstParameterUsesIntStep | kVstParameterSupportsDisplayCategory,
+            props.flags);
+  EXPECT_EQ(0, props.minInteger);
+  EXPECT_EQ(3, props.maxInteger);
+  EXPECT_EQ(1, props.stepInteger);
+  EXPECT_EQ(1, props.largeStepInteger);
+  EXPECT_EQ(1, props.category);
+  EXPECT_STREQ("Stereo", props.categoryLabel);
+
+  ASSERT_EQ(1, p.Call(effGetParameterProperties, 3, 0, &props));
+  EXPECT_EQ(kVstParameterUsesFloatStep | kVstParameterSupportsDisplayCategory, props.flags);
+  EXPECT_FLOAT_EQ(0.01f, props.stepFloat);
+  EXPECT_FLOAT_EQ(0.001f, props.smallStepFloat);
+  EXPECT_FLOAT_EQ(0.1f, props.largeStepFloat);
+
+  EXPECT_EQ(0, p.Call(effGetParameterProperties, 4, 0, &props));
+  EXPECT_EQ(0, p.Call(effGetParameterProperties, -1, 0, &props));
+}
+
+TEST(ZqGain, DisplayAndLabelTextsFollowTheValues) {
+  Plugin p("zqgain.so");
+  ASSERT_TRUE(p.ok());
+  EXPECT_EQ("Gain", p.Text(effGetParamName, 0));
+  EXPECT_EQ("dB", p.Text(effGetParamLabel, 0));
+  EXPECT_EQ("", p.Text(effGetParamLabel, 1));
+  EXPECT_EQ("0.00", p.Text(effGetParamDisplay, 0));
+  EXPECT_EQ("Off", p.Text(effGetParamDisplay, 1));
+  EXPECT_EQ("Stereo", p.Text(effGetParamDisplay, 2));
+  EXPECT_EQ("+0.00", p.Text(effGetParamDisplay, 3));
+  p.Set(0, 0.25f);
+  EXPECT_EQ("-6.02", p.Text(effGetParamDisplay, 0));
+  p.Set(0, 0.0f);
+  EXPECT_EQ("-inf", p.Text(effGetParamDisplay, 0));
+  p.Set(1, 1.0f);
+  EXPECT_EQ("On", p.Text(effGetParamDisplay, 1));
+  const char* modes[] = {"Stereo", "Mono", "Swap", "Mute"};
+  for (int m = 0; m < 4; ++m) {
+    p.Set(2, static_cast<float>(m) / 3.0f);
+    EXPECT_EQ(modes[m], p.Text(effGetParamDisplay, 2));
+  }
+  p.Set(3, 0.0f);
+  EXPECT_EQ("-1.00", p.Text(effGetParamDisplay, 3));
+}
+
+TEST(ZqGain, ProgramsKeepTheirNamesAndValues) {
+  Plugin p("zqgain.so");
+  ASSERT_TRUE(p.ok());
+  const char* names[] = {"Unity", "Quiet", "Inverted", "Mono Left"};
+  for (int32_t i = 0; i < 4; ++i) {
+    char buffer[260] = {};
+    EXPECT_EQ(1, p.Call(effGetProgramNameIndexed, i, 0, buffer));
+    EXPECT_STREQ(names[i], buffer);
+  }
+  char buffer[260] = {};
+  EXPECT_EQ(0, p.Call(effGetProgramNameIndexed, 4, 0, buffer));
+  EXPECT_EQ(0, p.Call(effGetProgram));
+
+  p.Call(effSetProgram, 0, 2);
+  EXPECT_EQ(2, p.Call(effGetProgram));
+  EXPECT_EQ("Inverted", p.Text(effGetProgramName));
+  EXPECT_EQ(1.0f, p.Get(1));
+
+  // A changed value belongs to its program; other programs keep theirs.
+  p.Set(0, 0.75f);
+  p.Call(effSetProgram, 0, 1);
+  EXPECT_EQ(0.25f, p.Get(0));
+  p.Call(effSetProgram, 0, 2);
+  EXPECT_EQ(0.75f, p.Get(0));
+
+  char name[] = "Renamed";
+  p.Call(effSetProgramName, 0, 0, name);
+  EXPECT_EQ("Renamed", p.Text(effGetProgramName));
+  char longName[] = "A name far longer than twenty-three characters";
+  p.Call(effSetProgramName, 0, 0, longName);
+  EXPECT_EQ(std::string(longName, kVstMaxProgNameLen - 1), p.Text(effGetProgramName));
+  EXPECT_EQ("Quiet", [&] { char b[260] = {}; p.Call(effGetProgramNameIndexed, 1, 0, b); return std::string(b); }());
+}
+
+TEST(ZqGain, OutputFollowsTheDocumentedFormula) {
+  Plugin p("zqgain.so");
+  ASSERT_TRUE(p.ok());
+  p.Resume();
+  const int32_t n = 37;
+  const Planes in = {Ramp(n, -1.0f, 0.0625f), Ramp(n, 0.5f, -0.03125f)};
+  const auto& l = in[0];
+  const auto& r = in[1];
+
+  Planes out = p.Run(in, n, {1, 3, 33});
+  EXPECT_EQ(l, out[0]);
+  EXPECT_EQ(r, out[1]);
+
+  struct Case {
+    int32_t program;
+    float kl, kr;  // expected factors after the mode
+    int mode;
+  };
+  const Case cases[] = {{1, 0.5f, 0.5f, 0}, {2, -1.0f, -1.0f, 0}, {3, 1.0f, 0.0f, 1}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.program);
+    p.Call(effSetProgram, 0, c.program);
+    out = p.Run(in, n);
+    for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
+      const float ml = c.mode == 1 ? (l[i] + r[i]) * 0.5f : l[i];
+      const float mr = c.mode == 1 ? (l[i] + r[i]) * 0.5f : r[i];
+      EXPECT_EQ(ml * c.kl, out[0][i]) << i;
+      EXPECT_EQ(mr * c.kr, out[1][i]) << i;
+    }
+  }
+
+  // Swap and mute modes, and balance to the right.
+  p.Call(effSetProgram, 0, 0);
+  p.Set(2, 2.0f / 3.0f);
+  out = p.Run(in, n);
+  EXPECT_EQ(r, out[0]);
+  EXPECT_EQ(l, out[1]);
+  p.Set(2, 1.0f);
+  out = p.Run(in, n);
+  EXPECT_EQ(std::vector<float>(n, 0.0f), out[0]);
+  p.Set(2, 0.0f);
+  p.Set(3, 0.75f);  // b = 0.5: left at half
+  out = p.Run(in, n);
+  for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
+    EXPECT_EQ(l[i] * 0.5f, out[0][i]);
+    EXPECT_EQ(r[i], out[1][i]);
+  }
+
+  // The double path computes the same products.
+  const std::vector<std::vector<double>> din = {{0.25, -0.5, 1.0}, {2.0, 0.125, -4.0}};
+  const auto dout = p.RunDouble(din, 3);
+  EXPECT_EQ((std::vector<double>{0.125, -0.25, 0.5}), dout[0]);
+  EXPECT_EQ(din[1], dout[1]);
+}
+
+// The impulse response of ZqDelay: out[L] = x, out[L + k*D] = m * f^(k-1) * x.
+std::vector<float> DelayImpulse(int32_t frames, int32_t at, float height, int32_t d, float f, float m) {
+  std::vector<float> v(static_cast<size_t>(frames), 0.0f);
+  const int32_t latency = 64;
+  if (at + latency < frames) v[static_cast<size_t>(at + latency)] = height;
+  float g = m * height;
+  for (int32_t t = at + latency + d; t < frames; t += d, g *= f) v[static_cast<size_t>(t)] = g;
+  return v;
+}
+
+TEST(ZqDelay, ImpulseResponseIsExactAcrossAwkwardBlocks) {
+  Plugin p("zqdelay.so");
+  ASSERT_TRUE(p.ok());
+  p.Resume();
+  const int32_t n = 64 + 100 * 6 + 17;
+  Planes in(2, std::vector<float>(n, 0.0f));
+  in[0][0] = 1.0f;
+  in[1][5] = 2.0f;
+  const Planes out = p.Run(in, n, {1, 3, 253, 64});
+  EXPECT_EQ(DelayImpulse(n, 0, 1.0f, 100, 0.5f, 0.5f), out[0]);
+  EXPECT_EQ(DelayImpulse(n, 5, 2.0f, 100, 0.5f, 0.5f), out[1]);
+  EXPECT_EQ(0.5f, out[0][164]);
+  EXPECT_EQ(0.25f, out[0][264]);
+}
+
+TEST(ZqDelay, ParametersSetDelayFeedbackMixAndTail) {
+  Plugin p("zqdelay.so");
+  ASSERT_TRUE(p.ok());
+  EXPECT_EQ(64, p.effect()->initialDelay);
+  EXPECT_EQ(64 + 100 * 19, p.Call(effGetTailSize));
+  EXPECT_EQ("100", p.Text(effGetParamDisplay, 0));
+  EXPECT_EQ("smp", p.Text(effGetParamLabel, 0));
+
+  p.Set(0, 9.0f / 4095.0f);  // D = 10
+  p.Set(1, 0.25f);
+  EXPECT_EQ("10", p.Text(effGetParamDisplay, 0));
+  p.Resume();
+  const int32_t n = 200;
+  Planes in(2, std::vector<float>(n, 0.0f));
+  in[0][0] = 1.0f;
+  const Planes out = p.Run(in, n, {7});
+  EXPECT_EQ(DelayImpulse(n, 0, 1.0f, 10, 0.25f, 0.5f), out[0]);
+  EXPECT_EQ(0.125f, out[0][84]);
+  EXPECT_EQ(std::vector<float>(n, 0.0f), out[1]);
+
+  // Echoes 0.5 * 0.25^(k-1) stay at or above 1e-6 for k = 1..10.
+  EXPECT_EQ(64 + 10 * 10, p.Call(effGetTailSize));
+  p.Set(1, 0.0f);
+  EXPECT_EQ(64 + 10, p.Call(effGetTailSize));
+  p.Set(2, 0.0f);
+  EXPECT_EQ(64, p.Call(effGetTailSize));
+
+  VstParameterProperties props{};
+  ASSERT_EQ(1, p.Call(effGetParameterProperties, 0, 0, &props));
+  EXPECT_EQ(kVstParameterUsesIntegerMinMax | kVstParameterUsesIntStep, props.flags);
+  EXPECT_EQ(1, props.minInteger);
+  EXPECT_EQ(4096, props.maxInteger);
+  EXPECT_EQ(0, p.Call(effGetParameterProperties, 1, 0, &props));
+}
+
+TEST(ZqDelay, MainsOnClearsWhatIsStillInTheLines) {
+  Plugin p("zqdelay.so");
+  ASSERT_TRUE(p.ok());
+  p.Resume();
+  Planes in(2, std::vector<float>(100, 0.0f));
+  in[0][0] = in[1][0] = 1.0f;
+  p.Run(in, 100);
+  p.Call(effStopProcess);
+  p.Call(effMainsChanged, 0, 0);
+  p.Resume();
+  const Planes silence(2, std::vector<float>(400, 0.0f));
+  const Planes out = p.Run(silence, 400);
+  EXPECT_EQ(silence, out);
+}
+
+// Chunk layout of ZqChunk: 16-byte header, 36-byte program records.
+std::vector<unsigned char> GetChunk(Plugin& p, int32_t index) {
+  void* data = nullptr;
+  const intptr_t size = p.Call(effGetChunk, index, 0, &data);
+  if (size <= 0 || data == nullptr) return {};
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  return std::vector<unsigned char>(bytes, bytes + size);
+}
+
+intptr_t SetChunk(Plugin& p, int32_t index, std::vector<unsigned char> chunk) {
+  return p.Call(effSetChunk, index, static_cast<intptr_t>(chunk.size()), chunk.data());
+}
+
+TEST(ZqChunk, ProgramAndBankChunksRoundTrip) {
+  Plugin p("zqchunk.so");
+  ASSERT_TRUE(p.ok());
+  p.Call(effSetProgram, 0, 1);
+  const auto program = GetChunk(p, 1);
+  ASSERT_EQ(16u + 36u, program.size());
+  EXPECT_EQ(0x5A714353u, program[0] | program[1] << 8 | program[2] << 16 | static_cast<uint32_t>(program[3]) << 24);
+  const auto bank = GetChunk(p, 0);
+  ASSERT_EQ(16u + 3 * 36u, bank.size());
+
+  // Change the current program, then restore it from its chunk.
+  p.Set(1, 0.125f);
+  char name[] = "Changed";
+  p.Call(effSetProgramName, 0, 0, name);
+  EXPECT_EQ(1, SetChunk(p, 1, program));
+  EXPECT_EQ(0.9f, p.Get(1));
+  EXPECT_EQ("Bright", p.Text(effGetProgramName));
+
+  // Change two programs and select another; the bank brings all back,
+  // including the program that was current.
+  p.Set(0, 0.0f);
+  p.Call(effSetProgram, 0, 2);
+  p.Set(2, 0.0f);
+  EXPECT_EQ(1, SetChunk(p, 0, bank));
+  EXPECT_EQ(1, p.Call(effGetProgram));
+  EXPECT_EQ(0.5f, p.Get(0));
+  p.Call(effSetProgram, 0, 2);
+  EXPECT_EQ(1.0f, p.Get(2));
+  EXPECT_EQ(2, p.State(17));  // accepted
+  EXPECT_EQ(0, p.State(18));  // refused
+}
+
+TEST(ZqChunk, DamagedChunksAreRefusedAndChangeNothing) {
+  Plugin p("zqchunk.so");
+  ASSERT_TRUE(p.ok());
+  const auto program = GetChunk(p, 1);
+  const auto bank = GetChunk(p, 0);
+  ASSERT_FALSE(program.empty());
+  ASSERT_FALSE(bank.empty());
+  p.Set(0, 0.375f);
+
+  auto with = [](std::vector<unsigned char> c, size_t at, unsigned char byte) {
+    c[at] = byte;
+    return c;
+  };
+  auto withFloat = [](std::vector<unsigned char> c, size_t at, float value) {
+    std::memcpy(c.data() + at, &value, sizeof value);
+    return c;
+  };
+  std::vector<unsigned char> longer = program;
+  longer.push_back(0);
+  std::vector<unsigned char> unterminated = program;
+  std::memset(unterminated.data() + 16, 'x', 24);
+
+  const struct {
+    const char* what;
+    int32_t index;
+    std::vector<unsigned char> chunk;
+  } cases[] = {
+      {"magic", 1, with(program, 0, 0)},
+      {"version", 1, with(program, 4, 2)},
+      {"program chunk as bank", 0, program},
+      {"bank chunk as program", 1, bank},
+      {"one byte short", 1, std::vector<unsigned char>(program.begin(), program.end() - 1)},
+      {"one byte long", 1, longer},
+      {"header only", 1, std::vector<unsigned char>(program.begin(), program.begin() + 16)},
+      {"value above 1", 1, withFloat(program, 16 + 24, 1.5f)},
+      {"value not a number", 1, withFloat(program, 16 + 24 + 4, std::numeric_limits<float>::quiet_NaN())},
+      {"name not terminated", 1, unterminated},
+      {"current program out of range", 0, with(bank, 12, 3)},
+      {"count", 0, with(bank, 8, 2)},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(0, SetChunk(p, c.index, c.chunk)) << c.what;
+    EXPECT_EQ(0.375f, p.Get(0)) << c.what;
+    EXPECT_EQ("Init", p.Text(effGetProgramName)) << c.what;
+    EXPECT_EQ(0, p.Call(effGetProgram)) << c.what;
+  }
+  EXPECT_EQ(0, p.Call(effSetChunk, 1, 52, nullptr));
+  EXPECT_EQ(0, p.State(17));
+  EXPECT_EQ(static_cast<long long>(std::size(cases)) + 1, p.State(18));
+}
+
+TEST(ZqBiquad, PassesLowFrequenciesAndStopsHighOnes) {
+  Plugin p("zqbiquad.so");
+  ASSERT_TRUE(p.ok());
+  EXPECT_EQ("1000", p.Text(effGetParamDisplay, 0));
+  EXPECT_EQ("Hz", p.Text(effGetParamLabel, 0));
+  EXPECT_EQ("0.71", p.Text(effGetParamDisplay, 1));
+  p.Resume(44100.0f);
+  const int32_t n = 4096;
+  std::vector<float> nyquist(n);
+  for (int32_t i = 0; i < n; ++i) nyquist[static_cast<size_t>(i)] = (i & 1) ? -1.0f : 1.0f;
+  const Planes out = p.Run({std::vector<float>(n, 1.0f), nyquist}, n, {1, 3, 253});
+  EXPECT_NEAR(1.0f, out[0][n - 1], 1e-4f);
+  float peak = 0.0f;
+  for (int32_t i = n - 256; i < n; ++i) peak = std::max(peak, std::fabs(out[1][static_cast<size_t>(i)]));
+  EXPECT_LT(peak, 0.01f);
+
+  // The double path is the same filter.
+  p.Call(effMainsChanged, 0, 0);
+  p.Call(effMainsChanged, 0, 1);
+  std::vector<double> step(n, 1.0);
+  std::vector<double> dn(nyquist.begin(), nyquist.end());
+  const auto dout = p.RunDouble({step, dn}, 256);
+  p.Call(effMainsChanged, 0, 0);
+  p.Call(effMainsChanged, 0, 1);
+  const Planes fout = p.Run({std::vector<float>(256, 1.0f), std::vector<float>(nyquist.begin(), nyquist.begin() + 256)}, 256);
+  for (size_t i = 0; i < 256; ++i) {
+    EXPECT_NEAR(dout[0][i], fout[0][i], 1e-6) << i;
+    EXPECT_NEAR(dout[1][i], fout[1][i], 1e-6) << i;
+  }
+}
+
+}  // namespace
