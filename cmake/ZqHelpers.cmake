@@ -21,6 +21,12 @@ endfunction()
 # get sanitizers: they fault on purpose.
 function(zq_target_defaults target)
   target_compile_options(${target} PRIVATE ${ZQ_WARNINGS})
+  # COM objects are allocated zero-filled and rely on fields the constructor
+  # leaves alone reading as zero; GCC would otherwise drop the clearing as a
+  # store before the object's lifetime.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -flifetime-dse=1)
+  endif()
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap>)

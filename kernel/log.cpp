@@ -140,14 +140,14 @@ size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
     }
     flushLiteral();
     // %[flags][width][.precision][length]conversion
-    char spec[32];
+    char fmtspec[32];
     size_t s = 0;
-    spec[s++] = '%';
+    fmtspec[s++] = '%';
     ++p;
     bool left = false;
     while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'#' || *p == u'0') {
       if (*p == u'-') left = true;
-      if (s < 8) spec[s++] = static_cast<char>(*p);
+      if (s < 8) fmtspec[s++] = static_cast<char>(*p);
       ++p;
     }
     int width = -1;
@@ -172,8 +172,8 @@ size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
         while (*p >= u'0' && *p <= u'9') precision = precision * 10 + (*p++ - u'0');
       }
     }
-    if (width >= 0) s += static_cast<size_t>(snprintf(spec + s, sizeof spec - s, "%d", width));
-    if (precision >= 0) s += static_cast<size_t>(snprintf(spec + s, sizeof spec - s, ".%d", precision));
+    if (width >= 0) s += static_cast<size_t>(snprintf(fmtspec + s, sizeof fmtspec - s, "%d", width));
+    if (precision >= 0) s += static_cast<size_t>(snprintf(fmtspec + s, sizeof fmtspec - s, ".%d", precision));
     // Length: h, hh, l, ll, z, j, t, L, and the platform's I64 / I32.
     int longs = 0;
     bool shortish = false, sizeT = false, ptrdiff = false, longDouble = false, wideHint = false;
@@ -222,22 +222,22 @@ size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
       case u'o': {
         char c = static_cast<char>(conv);
         if (longs >= 2) {
-          spec[s++] = 'l';
-          spec[s++] = 'l';
-          spec[s++] = c;
-          spec[s] = 0;
-          snprintf(tmp, sizeof tmp, spec, va_arg(args, long long));
+          fmtspec[s++] = 'l';
+          fmtspec[s++] = 'l';
+          fmtspec[s++] = c;
+          fmtspec[s] = 0;
+          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long long));
         } else if (longs == 1 || sizeT || ptrdiff) {
-          spec[s++] = 'l';
-          spec[s++] = c;
-          spec[s] = 0;
-          snprintf(tmp, sizeof tmp, spec, va_arg(args, long));
+          fmtspec[s++] = 'l';
+          fmtspec[s++] = c;
+          fmtspec[s] = 0;
+          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long));
         } else {
           // short arguments arrive promoted to int
           (void)shortish;
-          spec[s++] = c;
-          spec[s] = 0;
-          snprintf(tmp, sizeof tmp, spec, va_arg(args, int));
+          fmtspec[s++] = c;
+          fmtspec[s] = 0;
+          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, int));
         }
         sink.Put(tmp, strlen(tmp));
         break;
@@ -250,23 +250,23 @@ size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
       case u'G':
       case u'a':
       case u'A': {
-        spec[s++] = static_cast<char>(conv);
-        spec[s] = 0;
+        fmtspec[s++] = static_cast<char>(conv);
+        fmtspec[s] = 0;
         if (longDouble) {
-          spec[s - 1] = 'L';
-          spec[s++] = static_cast<char>(conv);
-          spec[s] = 0;
-          snprintf(tmp, sizeof tmp, spec, va_arg(args, long double));
+          fmtspec[s - 1] = 'L';
+          fmtspec[s++] = static_cast<char>(conv);
+          fmtspec[s] = 0;
+          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long double));
         } else {
-          snprintf(tmp, sizeof tmp, spec, va_arg(args, double));
+          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, double));
         }
         sink.Put(tmp, strlen(tmp));
         break;
       }
       case u'p': {
-        spec[s++] = 'p';
-        spec[s] = 0;
-        snprintf(tmp, sizeof tmp, spec, va_arg(args, void*));
+        fmtspec[s++] = 'p';
+        fmtspec[s] = 0;
+        snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, void*));
         sink.Put(tmp, strlen(tmp));
         break;
       }

@@ -138,10 +138,10 @@ Plugin::Plugin(audioMasterCallback host, Info info) : host_(host), info_(std::mo
   if (info_.flags & effFlagsCanDoubleReplacing) effect_.processDoubleReplacing = &ProcessDoubleEntry;
 
   for (const ParamSpec& p : info_.params) params_.push_back(p.defaultValue);
-  for (const ProgramSpec& spec : info_.programs) {
-    Program program{spec.name, params_};
-    for (size_t i = 0; i < spec.values.size() && i < program.values.size(); ++i)
-      program.values[i] = spec.values[i];
+  for (const ProgramSpec& def : info_.programs) {
+    Program program{def.name, params_};
+    for (size_t i = 0; i < def.values.size() && i < program.values.size(); ++i)
+      program.values[i] = def.values[i];
     programs_.push_back(std::move(program));
   }
   if (!programs_.empty()) params_ = programs_[0].values;

@@ -142,7 +142,7 @@ class Container final : public Plugin {
 
 class Sub final : public Plugin {
  public:
-  Sub(audioMasterCallback host, const SubSpec& spec) : Plugin(host, SubInfo(spec)), spec_(spec) {}
+  Sub(audioMasterCallback host, const SubSpec& def) : Plugin(host, SubInfo(def)), spec_(def) {}
 
  protected:
   void Process(float** in, float** out, int32_t frames) override {
