@@ -1,12 +1,19 @@
 // Conversions between the host's interleaved stereo formats and float
-// planes, as the effect uses them, measured beside memcpy of the same float
-// bytes and beside libswresample.  After the runs a table gives each
-// routine's throughput as a ratio to both.
+// planes, as the effect uses them (the routine fetched once, then called per
+// block), measured beside memcpy of the same float bytes and beside
+// libswresample.  After the runs a table gives each routine's throughput as
+// a ratio to both; with --benchmark_repetitions the table takes the medians.
+//
+// The large size is meant to measure memory, not cache: each iteration
+// works on the next of several buffer sets, together far larger than any
+// last-level cache, so no iteration finds its data cached by the one before.
+// Run with --benchmark_enable_random_interleaving=true on a busy machine.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,14 +31,17 @@ namespace {
 
 struct Size {
   const char* name;
-  size_t frames;  // stereo frames; float bytes are frames * 8
-  int iterations; // 0: let the library decide
+  size_t frames;     // stereo frames; float bytes are frames * 8
+  int iterations;    // 0: let the library decide
+  bool uncached;     // rotate through buffer sets that the cache cannot hold
 };
 constexpr Size kSizes[] = {
-    {"block512", 512, 0},
-    {"64KiB", 64 * 1024 / 8, 0},
-    {"64MiB", 64 * 1024 * 1024 / 8, 3},
+    {"block512", 512, 0, false},
+    {"64KiB", 64 * 1024 / 8, 0, false},
+    {"64MiB", 64 * 1024 * 1024 / 8, 16, true},
 };
+// Bytes the buffer sets of an uncached size add up to, at least.
+constexpr size_t kUncachedFootprint = size_t(768) << 20;
 
 struct Pair {
   const char* name;
@@ -72,29 +82,60 @@ struct Buffers {
   }
 };
 
+// One buffer set, or for an uncached size enough of them to defeat the cache.
+struct Ring {
+  std::vector<Buffers> sets;
+  size_t next = 0;
+  Ring(const Size& s, int hostBytes) {
+    const size_t footprint = s.frames * (8 + 2 * size_t(hostBytes));
+    const size_t count = s.uncached ? (kUncachedFootprint + footprint - 1) / footprint : 1;
+    sets.reserve(count);
+    for (size_t i = 0; i < count; ++i) sets.emplace_back(s.frames, hostBytes);
+  }
+  Buffers& Next() {
+    Buffers& b = sets[next];
+    next = next + 1 == sets.size() ? 0 : next + 1;
+    return b;
+  }
+};
+
 void SetCounters(benchmark::State& state, size_t frames) {
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(frames * 8));
 }
 
 void RunKernel(benchmark::State& state, const Pair& p, const Size& s) {
   const int hostBytes = ZqAudio_BytesFromSampleType(p.host);
-  Buffers b(s.frames, hostBytes);
-  for (auto _ : state) {
-    HRESULT hr = p.toPlanes
-                     ? ZqAudio_DeInterleaveStereoEx(b.left.data(), b.right.data(), 32, b.host.data(), p.host,
-                                                    DWORD(s.frames))
-                     : ZqAudio_InterleaveStereoEx(b.host.data(), p.host, b.left.data(), b.right.data(), 32,
-                                                  DWORD(s.frames));
-    benchmark::DoNotOptimize(hr);
-    benchmark::ClobberMemory();
+  Ring ring(s, hostBytes);
+  const DWORD frames = DWORD(s.frames);
+  if (p.toPlanes) {
+    const ZqAudioDeInterleaveFunction f = ZqAudio_GetStereoDeInterleaveFunction(32, p.host);
+    if (!f) return state.SkipWithError("no routine");
+    for (auto _ : state) {
+      Buffers& b = ring.Next();
+      f(b.left.data(), b.right.data(), b.host.data(), frames);
+      benchmark::ClobberMemory();
+    }
+  } else {
+    const ZqAudioInterleaveFunction f = ZqAudio_GetStereoInterleaveFunction(p.host, 32);
+    if (!f) return state.SkipWithError("no routine");
+    for (auto _ : state) {
+      Buffers& b = ring.Next();
+      f(b.host.data(), b.left.data(), b.right.data(), frames);
+      benchmark::ClobberMemory();
+    }
   }
   SetCounters(state, s.frames);
 }
 
 void RunMemcpy(benchmark::State& state, const Size& s) {
-  std::vector<float> a(s.frames * 2, 0.25f), b(s.frames * 2);
+  const size_t bytes = s.frames * 8;
+  const size_t count = s.uncached ? (kUncachedFootprint + 2 * bytes - 1) / (2 * bytes) : 1;
+  std::vector<std::vector<uint8_t>> from(count, std::vector<uint8_t>(bytes, 0x3E)), to(count);
+  for (auto& v : to) v.assign(bytes, 0);
+  size_t k = 0;
   for (auto _ : state) {
-    std::memcpy(b.data(), a.data(), a.size() * sizeof(float));
+    std::memcpy(to[k].data(), from[k].data(), bytes);
+    k = k + 1 == count ? 0 : k + 1;
     benchmark::ClobberMemory();
   }
   SetCounters(state, s.frames);
@@ -112,10 +153,11 @@ void RunSwr(benchmark::State& state, const Pair& p, const Size& s) {
     swr_free(&swr);
     return;
   }
-  Buffers b(s.frames, av_get_bytes_per_sample(p.swrHost));
-  uint8_t* planes[2] = {reinterpret_cast<uint8_t*>(b.left.data()), reinterpret_cast<uint8_t*>(b.right.data())};
-  uint8_t* packed[1] = {b.host.data()};
+  Ring ring(s, av_get_bytes_per_sample(p.swrHost));
   for (auto _ : state) {
+    Buffers& b = ring.Next();
+    uint8_t* planes[2] = {reinterpret_cast<uint8_t*>(b.left.data()), reinterpret_cast<uint8_t*>(b.right.data())};
+    uint8_t* packed[1] = {b.host.data()};
     const int n = p.toPlanes ? swr_convert(swr, planes, int(s.frames), const_cast<const uint8_t**>(packed),
                                            int(s.frames))
                              : swr_convert(swr, packed, int(s.frames), const_cast<const uint8_t**>(planes),
@@ -137,14 +179,17 @@ class TableReporter : public benchmark::ConsoleReporter {
     for (const Run& r : runs) {
       auto it = r.counters.find("bytes_per_second");
       if (it == r.counters.end() || r.error_occurred) continue;
-      std::string name = r.benchmark_name();
-      const size_t suffix = name.find("/iterations:");
-      if (suffix != std::string::npos) name.erase(suffix, name.find("/real_time") - suffix);
-      const size_t real = name.find("/real_time");
-      if (real != std::string::npos) name.erase(real);
-      bytesPerSecond[name] = it->second;
+      // A single run, or the median of repetitions; never the spread.
+      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
+      if (r.run_type == Run::RT_Aggregate && !median) continue;
+      const std::string name = r.run_name.function_name;
+      if (median || !medians_.count(name)) bytesPerSecond[name] = it->second;
+      if (median) medians_.insert(name);
     }
   }
+
+ private:
+  std::set<std::string> medians_;
 };
 
 void Register() {

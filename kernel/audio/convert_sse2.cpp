@@ -23,6 +23,17 @@ struct Sse2 {
     return _mm_cvtps_epi32(x);
   }
 
+  // Float to 32-bit integer in single precision, fixed up with integer
+  // operations as the AVX2 routines explain: 0x7FFFFFFF at or above 2^31,
+  // the three low payload bits at the top for NaN.
+  static __m128i FloatToInt32(__m128 x) {
+    const __m128 v = _mm_mul_ps(x, _mm_set1_ps(2147483648.0f));
+    __m128i i = _mm_cvtps_epi32(v);
+    i = _mm_xor_si128(i, _mm_castps_si128(_mm_cmpge_ps(v, _mm_set1_ps(2147483648.0f))));
+    const __m128i nan = _mm_castps_si128(_mm_cmpunord_ps(x, x));
+    return _mm_or_si128(_mm_andnot_si128(nan, i), _mm_and_si128(nan, _mm_slli_epi32(_mm_castps_si128(x), 29)));
+  }
+
   // Two doubles through the scalar path's clip and rounding; the low 32 bits
   // of each end up in lanes 0 and 2.
   static __m128d RoundedPair(__m128d v, __m128d scale, __m128d hi, __m128d lo) {
@@ -47,12 +58,9 @@ struct Sse2 {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 2 * i), _mm_packs_epi32(a, b));
       }
     } else if constexpr (D == 19 && S == 32) {
-      const __m128d scale = _mm_set1_pd(2147483648.0), hi = _mm_set1_pd(2147483647.0), lo = _mm_set1_pd(-2147483648.0);
       for (; i + 4 <= n; i += 4) {
-        const __m128 x = _mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i));
-        const __m128d a = RoundedPair(_mm_cvtps_pd(x), scale, hi, lo);
-        const __m128d b = RoundedPair(_mm_cvtps_pd(_mm_movehl_ps(x, x)), scale, hi, lo);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * i), Low32(a, b));
+        const __m128i v = FloatToInt32(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * i), v);
       }
     } else if constexpr (D == 33 && S == 32) {
       for (; i + 4 <= n; i += 4) {
@@ -107,24 +115,52 @@ struct Sse2 {
     return i;
   }
 
-  static size_t Split32(BYTE* l, BYTE* r, const BYTE* s, size_t frames) {
+  template <bool kStream>
+  static void StoreF(BYTE* p, __m128 v) {
+    if constexpr (kStream)
+      _mm_stream_ps(reinterpret_cast<float*>(p), v);
+    else
+      _mm_storeu_ps(reinterpret_cast<float*>(p), v);
+  }
+  static void Fence() { _mm_sfence(); }
+
+  // Only the 32-bit words are (de-)interleaved here; conversions go through
+  // a stack buffer.
+  template <int S>
+  static constexpr bool HasSplit() {
+    return S == 32;
+  }
+  template <int D>
+  static constexpr bool HasMerge() {
+    return D == 32;
+  }
+  template <int D>
+  static constexpr bool CanStreamMerge() {
+    return D == 32;
+  }
+
+  template <int S, bool kStream>
+  static size_t Split(BYTE* l, BYTE* r, const BYTE* s, size_t frames) {
+    if constexpr (S != 32) return 0;
     size_t i = 0;
     for (; i + 4 <= frames; i += 4) {
       const __m128 a = _mm_loadu_ps(reinterpret_cast<const float*>(s + 8 * i));
       const __m128 b = _mm_loadu_ps(reinterpret_cast<const float*>(s + 8 * i + 16));
-      _mm_storeu_ps(reinterpret_cast<float*>(l + 4 * i), _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
-      _mm_storeu_ps(reinterpret_cast<float*>(r + 4 * i), _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+      StoreF<kStream>(l + 4 * i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+      StoreF<kStream>(r + 4 * i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
     }
     return i;
   }
 
-  static size_t Merge32(BYTE* d, const BYTE* l, const BYTE* r, size_t frames) {
+  template <int D, bool kStream>
+  static size_t Merge(BYTE* d, const BYTE* l, const BYTE* r, size_t frames) {
+    if constexpr (D != 32) return 0;
     size_t i = 0;
     for (; i + 4 <= frames; i += 4) {
       const __m128 a = _mm_loadu_ps(reinterpret_cast<const float*>(l + 4 * i));
       const __m128 b = _mm_loadu_ps(reinterpret_cast<const float*>(r + 4 * i));
-      _mm_storeu_ps(reinterpret_cast<float*>(d + 8 * i), _mm_unpacklo_ps(a, b));
-      _mm_storeu_ps(reinterpret_cast<float*>(d + 8 * i + 16), _mm_unpackhi_ps(a, b));
+      StoreF<kStream>(d + 8 * i, _mm_unpacklo_ps(a, b));
+      StoreF<kStream>(d + 8 * i + 16, _mm_unpackhi_ps(a, b));
     }
     return i;
   }

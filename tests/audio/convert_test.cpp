@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
@@ -396,6 +397,97 @@ TEST(AudioStereo, DeInterleaveAndInterleaveOfEveryVariantMatchTheModel) {
           }
           if (HasFailure()) return;
         }
+    }
+  }
+}
+
+// A buffer at a chosen distance past a 32-byte boundary, with guard bytes.
+class Placed {
+ public:
+  Placed(size_t bytes, size_t misalign) : storage_(bytes + 2 * kGuard + 64, kGuardByte), bytes_(bytes) {
+    const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data()) + kGuard;
+    begin_ = size_t((32 - (base & 31)) & 31) + misalign + kGuard;
+  }
+  uint8_t* data() { return storage_.data() + begin_; }
+  bool GuardsIntact() const {
+    for (size_t i = 0; i < storage_.size(); ++i)
+      if ((i < begin_ || i >= begin_ + bytes_) && storage_[i] != kGuardByte) return false;
+    return true;
+  }
+
+ private:
+  std::vector<uint8_t> storage_;
+  size_t bytes_, begin_;
+};
+
+// Buffers large enough that the routines write past the cache, placed so
+// that the planes reach a 32-byte boundary after some head frames, and so
+// that they cannot (the planes apart by 4 bytes, the interleaved side odd).
+TEST(AudioStereo, LargeBuffersOfEveryVariantMatchTheModel) {
+  constexpr size_t kFrames = (8u << 20) / 8 + 11;
+  struct Placement {
+    size_t left, right, host;
+  };
+  constexpr Placement kPlacements[] = {{16, 16, 16}, {4, 8, 1}};
+  // Types 19 and 48 to themselves take the routine of 32 to itself.
+  const std::pair<int, int> kSplits[] = {{32, 17}, {32, 18}, {32, 19}, {32, 32}, {32, 33}};
+  std::vector<Source> random;  // by type, shared by the cases
+  auto randomOf = [&](int t) -> const uint8_t* {
+    static const int kTypes[] = {17, 18, 19, 32, 33};
+    if (random.empty())
+      for (int type : kTypes) random.push_back(MakeSource(type, 2 * kFrames, 0, unsigned(type)));
+    for (size_t i = 0; i < std::size(kTypes); ++i)
+      if (kTypes[i] == t) return random[i].data;
+    return nullptr;
+  };
+  for (const Variant& v : kVariants) {
+    if (!Available(v)) continue;
+    Pin pin(v);
+    for (auto [d, s] : kSplits) {
+      ZqAudioDeInterleaveFunction de = ZqAudio_GetStereoDeInterleaveFunction(d, s);
+      if (std::string(ZqAudio_GetRoutineName(reinterpret_cast<const void*>(de))) != v.name) continue;
+      const int bd = audio_ref::Info(d).bytes, bs = audio_ref::Info(s).bytes;
+      const uint8_t* in = randomOf(s);
+      std::vector<uint8_t> wl(kFrames * bd), wr(kFrames * bd);
+      for (size_t i = 0; i < kFrames; ++i) {
+        audio_ref::CopyChannel(d, wl.data() + i * bd, s, in + 2 * i * bs);
+        audio_ref::CopyChannel(d, wr.data() + i * bd, s, in + (2 * i + 1) * bs);
+      }
+      for (const Placement& at : kPlacements) {
+        SCOPED_TRACE(testing::Message() << v.name << " de-interleave " << d << " <- " << s << ", planes at +"
+                                        << at.left << "/+" << at.right << ", host at +" << at.host);
+        Placed src(2 * kFrames * bs, at.host), l(kFrames * bd, at.left), r(kFrames * bd, at.right);
+        std::memcpy(src.data(), in, 2 * kFrames * bs);
+        de(l.data(), r.data(), src.data(), DWORD(kFrames));
+        EXPECT_EQ(FirstDifference(l.data(), wl.data(), wl.size(), bd), "");
+        EXPECT_EQ(FirstDifference(r.data(), wr.data(), wr.size(), bd), "");
+        EXPECT_TRUE(l.GuardsIntact());
+        EXPECT_TRUE(r.GuardsIntact());
+        if (HasFailure()) return;
+      }
+    }
+    for (auto [s, d] : kSplits) {
+      ZqAudioInterleaveFunction il = ZqAudio_GetStereoInterleaveFunction(d, s);
+      if (std::string(ZqAudio_GetRoutineName(reinterpret_cast<const void*>(il))) != v.name) continue;
+      const int bd = audio_ref::Info(d).bytes, bs = audio_ref::Info(s).bytes;
+      const uint8_t* left = randomOf(s);
+      const uint8_t* right = left + kFrames * bs;
+      std::vector<uint8_t> want(2 * kFrames * bd);
+      for (size_t i = 0; i < kFrames; ++i) {
+        audio_ref::CopyChannel(d, want.data() + 2 * i * bd, s, left + i * bs);
+        audio_ref::CopyChannel(d, want.data() + (2 * i + 1) * bd, s, right + i * bs);
+      }
+      for (const Placement& at : kPlacements) {
+        SCOPED_TRACE(testing::Message() << v.name << " interleave " << d << " <- " << s << ", planes at +"
+                                        << at.left << "/+" << at.right << ", host at +" << at.host);
+        Placed l(kFrames * bs, at.left), r(kFrames * bs, at.right), dst(2 * kFrames * bd, at.host);
+        std::memcpy(l.data(), left, kFrames * bs);
+        std::memcpy(r.data(), right, kFrames * bs);
+        il(dst.data(), l.data(), r.data(), DWORD(kFrames));
+        EXPECT_EQ(FirstDifference(dst.data(), want.data(), want.size(), bd), "");
+        EXPECT_TRUE(dst.GuardsIntact());
+        if (HasFailure()) return;
+      }
     }
   }
 }
