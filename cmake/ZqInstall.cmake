@@ -2,15 +2,22 @@
 #   lib/libzqvstwrap.so*            the library hosts load
 #   lib/zqvstwrap/plugins/*.so      the example plug-ins (test plug-ins stay in the build)
 #   bin/zqvst, bin/zqplugcheck      command-line programs
+#   lib/zqprobe, lib/zqvstserver    helper programs the library starts
 #   include/zqvstwrap/...           public headers for host developers
 #   lib/pkgconfig/zqvstwrap.pc      pkg-config file
 #   lib/cmake/ZqVstWrap/...         CMake package file
 #   share/doc/zqvstwrap/README.md
 include(CMakePackageConfigHelpers)
 
-foreach(program zqvst zqplugcheck zqvstserver)
+foreach(program zqvst zqplugcheck)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+# Helper programs the library starts are found next to the library itself.
+foreach(helper zqvstserver zqprobe)
+  if(TARGET ${helper})
+    install(TARGETS ${helper} RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR})
   endif()
 endforeach()
 

@@ -14,15 +14,9 @@
 #include "aplugins/zqvstwrap/vst2abi.h"
 #include "platform/guard.h"
 #include "platform/module.h"
-#include "platform/text.h"
+#include "tools/common/toolvst.h"
 
 namespace {
-
-// The host as far as the plug-in can tell: a version, and 0 to the rest
-// (so a shell module gives its container).
-intptr_t MinimalHost(AEffect*, int32_t opcode, int32_t, intptr_t, void*, float) {
-  return opcode == audioMasterVersion ? 2400 : 0;
-}
 
 std::string FourChars(int32_t id) {
   std::string text;
@@ -138,45 +132,42 @@ class Inspector {
 // Inspects one module; false (with a message on stderr) when it fails.
 bool CheckModule(const char* path) {
   std::printf("%s\n", path);
-  HMODULE module = LoadLibraryW(ZqUtf8ToUtf16(path).c_str());
-  if (module == nullptr) {
-    const DWORD error = GetLastError();
-    std::fprintf(stderr, "zqplugcheck: %s: cannot load the module (error %u): %s\n", path,
-                 static_cast<unsigned>(error), ZqGetLastLoadErrorText());
-    return false;
+  ZqToolModule m;
+  switch (ZqToolFindEntry(path, &m)) {
+    case ZqToolLoad::LoadFailed:
+      std::fprintf(stderr, "zqplugcheck: %s: cannot load the module (error %u): %s\n", path,
+                   static_cast<unsigned>(m.error), ZqGetLastLoadErrorText());
+      return false;
+    case ZqToolLoad::NoEntry:
+      std::fprintf(stderr, "zqplugcheck: %s: no entry point (neither \"VSTPluginMain\" nor \"main\")\n",
+                   path);
+      return false;
+    default:
+      break;
   }
-  const char* entryName = "VSTPluginMain";
-  FARPROC entry = GetProcAddress(module, entryName);
-  if (entry == nullptr) {
-    entryName = "main";
-    entry = GetProcAddress(module, entryName);
-  }
-  if (entry == nullptr) {
-    std::fprintf(stderr, "zqplugcheck: %s: no entry point (neither \"VSTPluginMain\" nor \"main\")\n",
-                 path);
-    FreeLibrary(module);
-    return false;
-  }
-  std::printf("  entry:       %s\n", entryName);
+  std::printf("  entry:       %s\n", m.entryName);
 
-  const auto main = reinterpret_cast<VstPluginMainProc>(reinterpret_cast<void*>(entry));
-  AEffect* effect = nullptr;
-  bool ok = true;
+  switch (ZqToolCallEntry(&m)) {
+    case ZqToolLoad::Fault:
+      std::fprintf(stderr, "zqplugcheck: %s: the plug-in faulted (exception 0x%08X)\n", path,
+                   static_cast<unsigned>(m.error));
+      return false;  // the module stays loaded: its state is unknown
+    case ZqToolLoad::NullEffect:
+      std::fprintf(stderr, "zqplugcheck: %s: the entry point gave no effect\n", path);
+      FreeLibrary(m.module);
+      return false;
+    case ZqToolLoad::WrongMagic:
+      std::fprintf(stderr, "zqplugcheck: %s: wrong magic number 0x%08X (not 'VstP')\n", path,
+                   static_cast<unsigned>(m.error));
+      FreeLibrary(m.module);
+      return false;
+    default:
+      break;
+  }
+
   bool opened = false;
   const DWORD fault = ZqGuardedAll([&] {
-    effect = main(&MinimalHost);
-    if (effect == nullptr) {
-      std::fprintf(stderr, "zqplugcheck: %s: the entry point gave no effect\n", path);
-      ok = false;
-      return;
-    }
-    if (effect->magic != kEffectMagic) {
-      std::fprintf(stderr, "zqplugcheck: %s: wrong magic number 0x%08X (not 'VstP')\n", path,
-                   static_cast<unsigned>(effect->magic));
-      ok = false;
-      return;
-    }
-    Inspector inspector(effect);
+    Inspector inspector(m.effect);
     inspector.Call(effOpen);
     opened = true;
     inspector.Print();
@@ -191,8 +182,8 @@ bool CheckModule(const char* path) {
     // code that may still be referenced.
     return false;
   }
-  FreeLibrary(module);
-  return ok;
+  FreeLibrary(m.module);
+  return true;
 }
 
 }  // namespace
