@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <algorithm>
+#include <atomic>
 #include <string>
 
 #include "aplugins/zqvstwrap/zqvsteffect.h"
@@ -247,24 +248,96 @@ HRESULT CZqVstEffect::SetParameter(int index, float value) {
 
 // --- Audio -------------------------------------------------------------------------
 
+namespace {
+
+// The stereo routine of the same pair of types as a copy-channels routine,
+// found once per routine: looking it up per block would walk the kernel's
+// table of processor variants every time.  The copy-channels routine was
+// chosen when the stream type was set, so keying on it makes a new choice of
+// variant reach both routines at the same moment.  Entries are written once
+// and never replaced; readers take no lock.  A full table (it holds far more
+// routines than a process uses) answers a fresh lookup.
+template <class Routine>
+class StereoRoutineCache {
+ public:
+  using Lookup = Routine (*)(ZQSAMPLETYPE dst, ZQSAMPLETYPE src);
+
+  Routine Find(ZqAudioCopyChannelsFunction key, ZQSAMPLETYPE dst, ZQSAMPLETYPE src, Lookup lookup) {
+    const size_t used = std::min(m_next.load(std::memory_order_acquire), kSlots);
+    for (size_t i = 0; i < used; ++i) {
+      const Entry& e = m_entries[i];
+      if (e.key.load(std::memory_order_acquire) == key && e.dst == dst && e.src == src) return e.routine;
+    }
+    const Routine routine = lookup(dst, src);
+    const size_t slot = m_next.fetch_add(1, std::memory_order_acq_rel);
+    if (slot < kSlots) {
+      Entry& e = m_entries[slot];
+      e.dst = dst;
+      e.src = src;
+      e.routine = routine;
+      e.key.store(key, std::memory_order_release);  // publishes the fields above
+    }
+    return routine;
+  }
+
+ private:
+  static constexpr size_t kSlots = 64;
+  struct Entry {
+    std::atomic<ZqAudioCopyChannelsFunction> key{nullptr};
+    ZQSAMPLETYPE dst = 0;
+    ZQSAMPLETYPE src = 0;
+    Routine routine = nullptr;
+  };
+  std::atomic<size_t> m_next{0};
+  Entry m_entries[kSlots];
+};
+
+StereoRoutineCache<ZqAudioDeInterleaveFunction> g_splitRoutines;
+StereoRoutineCache<ZqAudioInterleaveFunction> g_mergeRoutines;
+
+// Interleaved stereo of the stream into two plug-in channels in one pass, or
+// null.  It gives what the copy-in routine gives channel by channel (with
+// equal types: what ZqAudio_DeInterleaveStereo gives); without a copy-in
+// routine the channels are not filled at all, so there is none either.
+ZqAudioDeInterleaveFunction SplitRoutine(ZqAudioCopyChannelsFunction copyIn, ZQSAMPLETYPE plugin,
+                                         ZQSAMPLETYPE stream) {
+  if (copyIn == nullptr) return nullptr;
+  return g_splitRoutines.Find(copyIn, plugin, stream, &ZqAudio_GetStereoDeInterleaveFunction);
+}
+
+ZqAudioInterleaveFunction MergeRoutine(ZqAudioCopyChannelsFunction copyOut, ZQSAMPLETYPE stream,
+                                       ZQSAMPLETYPE plugin) {
+  if (copyOut == nullptr) return nullptr;
+  return g_mergeRoutines.Find(copyOut, stream, plugin, &ZqAudio_GetStereoInterleaveFunction);
+}
+
+// Zeroes bytes [0, total) of a channel block from its first channel, except
+// the first `keep` bytes of each of its first `kept` channels (channels are
+// `stride` bytes apart), which the caller overwrites right afterwards.  What
+// the plug-in finds is the same as after a clear of all `total` bytes.
+void ClearChannelsExcept(float* first, size_t total, size_t stride, int kept, size_t keep) {
+  auto* base = reinterpret_cast<unsigned char*>(first);
+  for (size_t k = 0, at = 0; at < total; ++k, at += stride) {
+    const size_t from = at + (k < static_cast<size_t>(kept) ? std::min(keep, stride) : 0);
+    const size_t to = std::min(at + stride, total);
+    if (from < to) memset(base + from, 0, to - from);
+  }
+}
+
+}  // namespace
+
 // One block per direction: a table of one pointer per channel, then the
 // channels, each `frames` samples apart twice over (the stride is twice what
 // a block needs).  The capacity is the bytes of one block of one channel.
+// Buffers that stand are cleared by CopyIn, which knows which of their bytes
+// it overwrites anyway.
 bool CZqVstEffect::EnsureChannelBuffers(int frames) {
   AEffect* effect = m_effect;
   const size_t sample = m_pluginType == ZQSAMPLE_FLOAT64 ? 8 : 4;
   const size_t needed = static_cast<size_t>(frames) * sample;
+  if (m_inputs != nullptr && m_outputs != nullptr && static_cast<size_t>(m_channelCapacity) >= needed) return true;
   const int inputs = effect ? effect->numInputs : 0;
   const int outputs = effect ? effect->numOutputs : 0;
-  if (m_inputs != nullptr && m_outputs != nullptr && static_cast<size_t>(m_channelCapacity) >= needed) {
-    // A partial clear, meant as it is: the capacity times the channel count
-    // from the first channel, which with the double stride covers the first
-    // half of the channels' room.
-    const size_t capacity = static_cast<size_t>(m_channelCapacity);
-    if (inputs > 0) memset(m_inputs[0], 0, capacity * static_cast<size_t>(inputs));
-    if (outputs > 0) memset(m_outputs[0], 0, capacity * static_cast<size_t>(outputs));
-    return true;
-  }
   m_channelCapacity = 0;
   FreeChannelBuffers();
   const size_t stride = static_cast<size_t>(frames) * sample * 2;
@@ -295,30 +368,82 @@ void CZqVstEffect::FreeChannelBuffers() {
   m_outputs = nullptr;
 }
 
+// The clear of the channel buffers, the copy-in and the dry copy.  The clear
+// is capacity times numInputs bytes from the first input channel and
+// capacity times numOutputs bytes from the first output channel; with the
+// double stride that is a partial clear, meant as it is.  Bytes that the
+// copy-in or the dry copy write next are left out of it.
 void CZqVstEffect::CopyIn(const void* source, int sourceChannels, int frames) {
   AEffect* effect = m_effect;
   const int inputs = effect->numInputs;
   const int outputs = effect->numOutputs;
   const size_t bytes = static_cast<size_t>(frames) * (m_pluginType == ZQSAMPLE_FLOAT64 ? 8 : 4);
+
+  // How the source reaches the inputs, and how many leading inputs get
+  // their `bytes` from it.
+  enum class Way { None, Mono, Stereo, PerChannel } way = Way::None;
+  int filled = 0;
+  ZqAudioDeInterleaveFunction split = nullptr;
   if (source != nullptr && inputs > 0) {
     if (sourceChannels == 1) {
-      if (m_copyIn) m_copyIn(m_inputs[0], 1, 0, source, 1, 0, static_cast<DWORD>(frames));
-      if (inputs == 2 && (effect->flags & effFlagsCanMono)) memcpy(m_inputs[1], m_inputs[0], bytes);
+      way = Way::Mono;
+      if (m_copyIn) filled = (inputs == 2 && (effect->flags & effFlagsCanMono)) ? 2 : 1;
+    } else if (sourceChannels == 2 && inputs >= 2 &&
+               (split = SplitRoutine(m_copyIn, m_pluginType, m_streamType)) != nullptr) {
+      // Both channels in one pass: the same values as channel by channel.
+      way = Way::Stereo;
+      filled = 2;
     } else if (sourceChannels == 2 && inputs == 2 && m_streamType == m_pluginType) {
-      ZqAudio_DeInterleaveStereo(m_inputs[0], m_inputs[1], source, m_streamType, static_cast<DWORD>(frames));
-    } else if (m_copyIn) {
-      for (int i = 0; i < inputs && i < sourceChannels; ++i)
-        m_copyIn(m_inputs[i], 1, 0, source, sourceChannels, i, static_cast<DWORD>(frames));
+      way = Way::Stereo;  // through ZqAudio_DeInterleaveStereo
+      filled = 2;
+    } else {
+      way = Way::PerChannel;
+      if (m_copyIn) filled = std::max(0, std::min(inputs, sourceChannels));
     }
   }
+  const int dry = std::max(0, std::min(inputs, outputs));
+
+  const size_t capacity = static_cast<size_t>(m_channelCapacity);
+  if (inputs > 0) ClearChannelsExcept(m_inputs[0], capacity * static_cast<size_t>(inputs), 2 * capacity, filled, bytes);
+  if (outputs > 0) ClearChannelsExcept(m_outputs[0], capacity * static_cast<size_t>(outputs), 2 * capacity, dry, bytes);
+
+  switch (way) {
+    case Way::None:
+      break;
+    case Way::Mono:
+      if (m_copyIn) m_copyIn(m_inputs[0], 1, 0, source, 1, 0, static_cast<DWORD>(frames));
+      if (inputs == 2 && (effect->flags & effFlagsCanMono)) memcpy(m_inputs[1], m_inputs[0], bytes);
+      break;
+    case Way::Stereo:
+      if (split != nullptr) {
+        if (frames > 0) split(m_inputs[0], m_inputs[1], source, static_cast<DWORD>(frames));
+      } else {
+        ZqAudio_DeInterleaveStereo(m_inputs[0], m_inputs[1], source, m_streamType, static_cast<DWORD>(frames));
+      }
+      break;
+    case Way::PerChannel:
+      if (m_copyIn) {
+        for (int i = 0; i < inputs && i < sourceChannels; ++i)
+          m_copyIn(m_inputs[i], 1, 0, source, sourceChannels, i, static_cast<DWORD>(frames));
+      }
+      break;
+  }
   // Every plug-in finds the dry signal in its output buffers.
-  for (int i = 0; i < outputs && i < inputs; ++i) memcpy(m_outputs[i], m_inputs[i], bytes);
+  for (int i = 0; i < dry; ++i) memcpy(m_outputs[i], m_inputs[i], bytes);
 }
 
 void CZqVstEffect::CopyOut(void* destination, int destinationChannels, int frames) {
   AEffect* effect = m_effect;
   if (destination == nullptr) return;
   const int outputs = effect->numOutputs;
+  if (destinationChannels == 2 && outputs >= 2) {
+    // Two channels in one pass: the same values as channel by channel, and
+    // with equal types the same as ZqAudio_InterleaveStereo.
+    if (ZqAudioInterleaveFunction merge = MergeRoutine(m_copyOut, m_streamType, m_pluginType)) {
+      if (frames > 0) merge(destination, m_outputs[0], m_outputs[1], static_cast<DWORD>(frames));
+      return;
+    }
+  }
   if (m_streamType == m_pluginType && effect->numInputs == 2 && destinationChannels == 2 && outputs > 0) {
     // The fast path of a stereo float stream, chosen by the inputs.  A plug-in
     // with one output gives its right channel from what the buffers hold

@@ -1,8 +1,11 @@
 // ProcessAudio: the copy-in and copy-out rules, the channel buffers, faults in
 // processReplacing, and no allocation per block once the buffers stand.
 #include <cstdlib>
+#include <cstring>
+#include <random>
 #include <vector>
 
+#include "kernel/audio/convert.h"
 #include "kernel/memory.h"
 #include "vsthost_fixture.h"
 
@@ -116,6 +119,81 @@ TEST(ProcessAudio, SixChannelsAndSixteenBitStreams) {
   }
 }
 
+// Every stream type through a plug-in with two inputs and two outputs gives,
+// byte for byte, what the copy routines give one channel at a time: convert
+// each channel in, double it (exact in float), convert it back.  Random
+// bytes reach clipping, rounding ties and the type's extremes; the frame
+// counts reach the routines' tails.
+TEST(ProcessAudio, StereoStreamsOfEveryTypeMatchTheChannelByChannelRoutines) {
+  const ZQSAMPLETYPE types[] = {ZQSAMPLE_PCM8,      ZQSAMPLE_PCM16,   ZQSAMPLE_PCM24,  ZQSAMPLE_PCM32,
+                                ZQSAMPLE_FLOAT32,    ZQSAMPLE_FLOAT64, ZQSAMPLE_PCM8S,  ZQSAMPLE_PCM24IN32,
+                                ZQSAMPLE_PCM16BE,    ZQSAMPLE_PCM24BE, ZQSAMPLE_PCM32BE};
+  std::mt19937 random(7);
+  Loaded effect("zqtest_2in2out");
+  ASSERT_EQ(effect.hr, S_OK);
+  for (ZQSAMPLETYPE type : types) {
+    const int width = ZqAudio_BytesFromSampleType(type);
+    auto in = ZqAudio_GetCopyChannelsFunction2(ZQSAMPLE_FLOAT32, type);
+    auto out = ZqAudio_GetCopyChannelsFunction2(type, ZQSAMPLE_FLOAT32);
+    ASSERT_NE(in, nullptr) << type;
+    ASSERT_EQ(effect->SetSampleType(type), S_OK);
+    for (int frames : {253, 1, 3, 512, 64}) {
+      std::vector<unsigned char> source(static_cast<size_t>(frames * 2 * width));
+      for (auto& b : source) b = static_cast<unsigned char>(random());
+      std::vector<unsigned char> result(source.size(), 0xA5), expected(source.size(), 0xA5);
+      ASSERT_EQ(effect->ProcessAudio(source.data(), 2, result.data(), 2, frames, width), S_OK);
+      for (int c = 0; c < 2; ++c) {
+        std::vector<float> plane(static_cast<size_t>(frames));
+        in(plane.data(), 1, 0, source.data(), 2, c, static_cast<DWORD>(frames));
+        for (float& v : plane) v *= 2.0f;
+        // A type the stream cannot be written in leaves the destination alone.
+        if (out) out(expected.data(), 2, c, plane.data(), 1, 0, static_cast<DWORD>(frames));
+      }
+      ASSERT_EQ(0, memcmp(result.data(), expected.data(), result.size())) << "type " << type << ", " << frames << " frames";
+    }
+  }
+}
+
+// The clear of the channel buffers covers capacity times the channel count
+// from the first channel, which with the double stride is a partial clear:
+// behind its frames a smaller block finds zeros, and in the channels the
+// clear does not reach it finds the previous block.
+TEST(ProcessAudio, SmallerBlocksFindThePartialClearOfTheChannelBuffers) {
+  {
+    // Two inputs, one output: the interleave way reads the right channel
+    // from behind output 0, which the clear has zeroed, however much a
+    // larger block wrote there before.
+    Loaded effect("zqtest_2in1out");  // out0 = in0 + in1
+    ASSERT_EQ(effect.hr, S_OK);
+    auto big = Ramp(256, 2, 0.001f);
+    std::vector<float> out(256 * 2);
+    ASSERT_EQ(effect->ProcessAudio(big.data(), 2, out.data(), 2, 256, 4), S_OK);
+    auto small = Ramp(100, 2, 0.002f);
+    ASSERT_EQ(effect->ProcessAudio(small.data(), 2, out.data(), 2, 100, 4), S_OK);
+    for (int f = 0; f < 100; ++f) {
+      ASSERT_EQ(out[2 * f], small[2 * f] + small[2 * f + 1]) << f;
+      ASSERT_EQ(out[2 * f + 1], 0.0f) << f;
+    }
+  }
+  {
+    // Six channels, then a mono source: inputs 1 and 2 lie inside the clear
+    // (six capacities from input 0) and are silent; inputs 3 to 5 lie beyond
+    // it and still hold the previous block.
+    Loaded effect("zqtest_6x6");  // out k = in k * (k + 1)
+    ASSERT_EQ(effect.hr, S_OK);
+    auto six = Ramp(kFrames, 6, 0.0001f);
+    std::vector<float> first(six.size()), second(six.size(), 9.0f);
+    ASSERT_EQ(effect->ProcessAudio(six.data(), 6, first.data(), 6, kFrames, 4), S_OK);
+    auto mono = Ramp(kFrames, 1, 0.01f);
+    ASSERT_EQ(effect->ProcessAudio(mono.data(), 1, second.data(), 6, kFrames, 4), S_OK);
+    for (int f = 0; f < kFrames; ++f) {
+      ASSERT_EQ(second[6 * f], mono[f]) << f;
+      for (int k : {1, 2}) ASSERT_EQ(second[6 * f + k], 0.0f) << f << " channel " << k;
+      for (int k : {3, 4, 5}) ASSERT_EQ(second[6 * f + k], first[6 * f + k]) << f << " channel " << k;
+    }
+  }
+}
+
 TEST(ProcessAudio, ChannelBuffersHaveADoubleStrideAndGrowOnlyForLargerBlocks) {
   Loaded effect("zqtest_2in2out");
   ASSERT_EQ(effect.hr, S_OK);
@@ -130,6 +208,17 @@ TEST(ProcessAudio, ChannelBuffersHaveADoubleStrideAndGrowOnlyForLargerBlocks) {
   for (int frames : {256, 100, 1, 255, 256}) ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, frames, 4), S_OK);
   EXPECT_EQ(ZqMemory_GetAllocCalls(), calls);  // no allocation per block
   EXPECT_EQ(effect->InputChannels(), tables);
+
+  // Nor for a 16-bit stream, whose routines are found at its first block.
+  ASSERT_EQ(effect->SetSampleType(ZQSAMPLE_PCM16), S_OK);
+  std::vector<int16_t> pcm(256 * 2, 1000), pcmOut(256 * 2);
+  for (int channels : {2, 1, 2})
+    ASSERT_EQ(effect->ProcessAudio(pcm.data(), channels, pcmOut.data(), 2, 256, 2), S_OK);
+  const ULONGLONG pcmCalls = ZqMemory_GetAllocCalls();
+  for (int frames : {256, 100, 1, 256}) ASSERT_EQ(effect->ProcessAudio(pcm.data(), 2, pcmOut.data(), 2, frames, 2), S_OK);
+  EXPECT_EQ(ZqMemory_GetAllocCalls(), pcmCalls);
+  EXPECT_EQ(pcmOut[0], 2000);
+  ASSERT_EQ(effect->SetSampleType(ZQSAMPLE_FLOAT32), S_OK);
 
   ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, 1024, 4), S_OK);
   EXPECT_EQ(effect->ChannelCapacity(), 1024 * 4);

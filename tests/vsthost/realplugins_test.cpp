@@ -19,6 +19,8 @@ constexpr Installed kPlugins[] = {
     {"/usr/lib/lxvst/DragonflyPlateReverb-vst.so", "dragonfly-reverb-vst"},
     {"/usr/lib/vst/lsp-plugins/comp-delay-stereo.so", "lsp-plugins-vst"},
     {"/usr/lib/vst/lsp-plugins/compressor-stereo.so", "lsp-plugins-vst"},
+    {"/usr/lib/vst/lsp-plugins/limiter-stereo.so", "lsp-plugins-vst"},
+    {"/usr/lib/vst/lsp-plugins/sc-mb-dyna-processor-lr.so", "lsp-plugins-vst"},
 };
 
 // Under LeakSanitizer, allocations made while an object of this class lives
@@ -69,20 +71,140 @@ TEST_P(RealPlugin, LoadsDescribesProcessesAndUnloads) {
     std::vector<int16_t> in(512 * 2), out(512 * 2, 7);
     for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<int16_t>(8000.0 * std::sin(0.05 * static_cast<double>(i / 2)));
     for (int block = 0; block < 8; ++block) ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, 512, 2), S_OK);
-    // Silence in after silence in, once the plug-in settled, stays bounded.
-    std::vector<int16_t> silence(512 * 2, 0);
-    ASSERT_EQ(effect->ProcessAudio(silence.data(), 2, out.data(), 2, 512, 2), S_OK);
+    // Silence through a float stream, where nothing clips what comes out:
+    // every sample is a finite number.
+    ASSERT_EQ(effect->SetSampleType(ZQSAMPLE_FLOAT32), S_OK);
+    std::vector<float> silence(512 * 2, 0.0f), result(512 * 2);
+    for (int block = 0; block < 4; ++block) {
+      ASSERT_EQ(effect->ProcessAudio(silence.data(), 2, result.data(), 2, 512, 4), S_OK);
+      for (size_t i = 0; i < result.size(); ++i) ASSERT_TRUE(std::isfinite(result[i])) << block << " " << i;
+    }
     EXPECT_EQ(effect->Suspend(TRUE), S_OK);
   }
   EXPECT_EQ(ZqVstGetEffectCount(), live);
 }
 
-INSTANTIATE_TEST_SUITE_P(Installed, RealPlugin, ::testing::ValuesIn(kPlugins),
-                         [](const ::testing::TestParamInfo<Installed>& info) {
-                           std::string name = std::filesystem::path(info.param.path).stem().string();
-                           for (char& c : name)
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           return name;
-                         });
+std::string TestName(const ::testing::TestParamInfo<Installed>& info) {
+  std::string name = std::filesystem::path(info.param.path).stem().string();
+  for (char& c : name)
+    if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Installed, RealPlugin, ::testing::ValuesIn(kPlugins), TestName);
+
+// A stereo float effect, ready to process 512-frame blocks at 48 kHz.
+void Prepare(CZqVstEffect* effect) {
+  ASSERT_EQ(effect->SetSampleType(ZQSAMPLE_FLOAT32), S_OK);
+  effect->SetSampleRate(48000.0);
+  effect->SetBlockSize(512);
+  ASSERT_EQ(effect->Resume(FALSE), S_OK);
+}
+
+// A look-ahead limiter tells its latency only once it has processed: the
+// delay line is sized at the first block.  The latency it then tells is the
+// lag of its output exactly.
+TEST(RealPluginLatency, LookAheadLimiterTellsItsLatencyAfterTheFirstBlockAndLagsByIt) {
+  const Installed p{"/usr/lib/vst/lsp-plugins/limiter-stereo.so", "lsp-plugins-vst"};
+  if (!std::filesystem::exists(p.path)) GTEST_SKIP() << p.path << " is absent; the package " << p.package << " provides it";
+  LeakCheckPause pause;
+  Loaded effect(ZqUtf8ToUtf16(p.path), 0);
+  ASSERT_EQ(effect.hr, S_OK);
+  Prepare(effect.effect);
+  LONG before = -1, after = -1;
+  ASSERT_EQ(effect->GetLatency(&before), S_OK);
+  EXPECT_EQ(before, 0);
+
+  std::vector<float> block(512 * 2, 0.0f), out(512 * 2);
+  ASSERT_EQ(effect->ProcessAudio(block.data(), 2, out.data(), 2, 512, 4), S_OK);
+  ASSERT_EQ(effect->GetLatency(&after), S_OK);
+  ASSERT_GT(after, 0);
+  ASSERT_LT(after, 4 * 512);
+
+  // A click well below the limit, in the left channel only.
+  block[0] = 0.125f;
+  long first = -1;
+  for (int n = 0; n < 6 && first < 0; ++n) {
+    ASSERT_EQ(effect->ProcessAudio(block.data(), 2, out.data(), 2, 512, 4), S_OK);
+    block[0] = 0.0f;
+    for (int f = 0; f < 512 && first < 0; ++f)
+      if (std::fabs(out[2 * f]) > 1e-4f) first = n * 512L + f;
+  }
+  EXPECT_EQ(first, after);
+  EXPECT_EQ(effect->Suspend(TRUE), S_OK);
+}
+
+// State as an opaque chunk: what the plug-in gives is what it takes back.
+// A parameter changed in between returns to its value with the chunk.
+class RealPluginChunk : public ::testing::TestWithParam<Installed> {};
+
+std::vector<unsigned char> GetChunk(CZqVstEffect* effect) {
+  void* data = nullptr;
+  const VstIntPtr size = effect->Dispatch(effGetChunk, 0, 0, &data);
+  if (size <= 0 || data == nullptr) return {};
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  return std::vector<unsigned char>(bytes, bytes + size);
+}
+
+TEST_P(RealPluginChunk, GivesBackTheChunkItTook) {
+  const Installed& p = GetParam();
+  if (!std::filesystem::exists(p.path)) GTEST_SKIP() << p.path << " is absent; the package " << p.package << " provides it";
+  LeakCheckPause pause;
+  Loaded effect(ZqUtf8ToUtf16(p.path), 0);
+  ASSERT_EQ(effect.hr, S_OK);
+  ASSERT_NE(effect->Effect()->flags & effFlagsProgramChunks, 0);
+  ASSERT_GT(effect->Effect()->numParams, 0);
+
+  const std::vector<unsigned char> saved = GetChunk(effect.effect);
+  ASSERT_FALSE(saved.empty());
+  float original = -1.0f;
+  ASSERT_EQ(effect->GetParameter(0, &original), S_OK);
+  ASSERT_EQ(effect->SetParameter(0, original < 0.5f ? 1.0f : 0.0f), S_OK);
+  float changed = -1.0f;
+  ASSERT_EQ(effect->GetParameter(0, &changed), S_OK);
+  ASSERT_NE(changed, original);
+
+  std::vector<unsigned char> given = saved;  // the plug-in may keep the pointer only for the call
+  EXPECT_EQ(effect->Dispatch(effSetChunk, 0, static_cast<VstIntPtr>(given.size()), given.data()), 1);
+  EXPECT_EQ(GetChunk(effect.effect), saved);
+  float restored = -1.0f;
+  ASSERT_EQ(effect->GetParameter(0, &restored), S_OK);
+  EXPECT_EQ(restored, original);
+}
+
+INSTANTIATE_TEST_SUITE_P(Installed, RealPluginChunk,
+                         ::testing::Values(Installed{"/usr/lib/vst/lsp-plugins/compressor-stereo.so", "lsp-plugins-vst"},
+                                           Installed{"/usr/lib/lxvst/DragonflyHallReverb-vst.so", "dragonfly-reverb-vst"}),
+                         TestName);
+
+// More than a thousand parameters: each one's name, value, display text and
+// label read without a fault, and every name is a real text.
+TEST(RealPluginParameters, AThousandParametersReadWithoutFault) {
+  const Installed p{"/usr/lib/vst/lsp-plugins/sc-mb-dyna-processor-lr.so", "lsp-plugins-vst"};
+  if (!std::filesystem::exists(p.path)) GTEST_SKIP() << p.path << " is absent; the package " << p.package << " provides it";
+  LeakCheckPause pause;
+  Loaded effect(ZqUtf8ToUtf16(p.path), 0);
+  ASSERT_EQ(effect.hr, S_OK);
+  VstEffectInfo info;
+  ASSERT_EQ(effect->GetEffectInfo(&info), S_OK);
+  ASSERT_GT(info.numParams, 1000);
+  int named = 0;
+  for (int i = 0; i < info.numParams; ++i) {
+    WCHAR name[64], display[64], label[64];
+    name[63] = display[63] = label[63] = u'x';
+    ASSERT_EQ(effect->GetParameterName(i, name, 64), S_OK) << i;
+    ASSERT_EQ(effect->GetParameterDisplay(i, display, 64), S_OK) << i;
+    ASSERT_EQ(effect->GetParameterLabel(i, label, 64), S_OK) << i;
+    // Terminated in the last character whatever the plug-in wrote.
+    ASSERT_EQ(name[63], 0) << i;
+    ASSERT_EQ(display[63], 0) << i;
+    ASSERT_EQ(label[63], 0) << i;
+    float value = -1.0f;
+    ASSERT_EQ(effect->GetParameter(i, &value), S_OK) << i;
+    ASSERT_TRUE(value >= 0.0f && value <= 1.0f) << i << " " << value;
+    if (name[0] != 0) ++named;
+  }
+  EXPECT_EQ(named, info.numParams);
+}
 
 }  // namespace
