@@ -16,6 +16,18 @@ function(zq_add_subdirectory_if_present dir)
   endif()
 endfunction()
 
+# Adds every sub-folder of the current folder that has a CMakeLists.txt, in
+# name order: each is one area of its own (tests/<area>, bench/<area>, tools/<tool>).
+function(zq_add_child_directories)
+  file(GLOB children LIST_DIRECTORIES true CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*)
+  list(SORT children)
+  foreach(child ${children})
+    if(IS_DIRECTORY ${child} AND EXISTS ${child}/CMakeLists.txt)
+      add_subdirectory(${child})
+    endif()
+  endforeach()
+endfunction()
+
 # Warnings, include root, hidden visibility and (optionally) sanitizers for
 # code that is our own.  Plug-ins we build stand for foreign code and do not
 # get sanitizers: they fault on purpose.

@@ -1,0 +1,378 @@
+// The filter a host gets for one VST plug-in: a transform filter with one
+// audio input pin and one audio output pin, behind which sits one
+// IZqVstEffect.
+//
+// CZqVstWrapTransform holds what the filter is to the effect: the effect,
+// its description, the formats, the streaming counters, the notification
+// table and the two small control interfaces IZqVstWrapProp (used by the
+// pages) and IVstWrapper.  CZqVstWrap adds the host-facing interfaces
+// (property pages, saved state, presets) and the per-run time fields.
+//
+// Threads and locks:
+//   - graph control (connection, StartStreaming, StopStreaming) runs under
+//     the framework's filter lock;
+//   - Receive and EndOfStream run on the streaming thread under the
+//     framework's receive lock, taken by the input pin;
+//   - the pages call IZqVstWrapProp on their own thread; the editor and text
+//     calls and the notification table are serialised by the notification
+//     lock.
+// No operation takes two of these locks.  The effect may call back through
+// CVstMaster while the filter is inside an effect call; the master's
+// operations take the notification lock only.
+#pragma once
+
+#include "aplugins/zqvstwrap/izqvsteffect.h"
+#include "aplugins/zqvstwrap/izqvstmaster.h"
+#include "aplugins/zqvstwrap/vst2abi.h"
+#include "aplugins/zqvstwrap/zqvstparams.h"
+#include "aplugins/zqvstwrap/zqvsttempo.h"
+#include "kernel/audio/waveformat.h"
+#include "kernel/com/object.h"
+#include "kernel/com/stream.h"
+#include "mediafw/transform.h"
+#include "platform/message.h"
+#include "platform/sync.h"
+
+class CZqPlugInInputPin;
+class CZqVstWrap;
+
+typedef DWORD LCID;
+
+// --- Interfaces ------------------------------------------------------------------
+
+// What the pages and the effect's master use of a filter.  Indexes are
+// checked as signed values against the parameter count (E_INVALIDARG).
+class IZqVstWrapProp : public IUnknown {
+ public:
+  using Base = IUnknown;
+  static constexpr GUID kIid = ZqGuid("{4F171CCF-EF24-4CF8-AE0A-E7DA87A339FA}");
+
+  // Normalised values (0..1) of every parameter; stops at the first failure.
+  virtual HRESULT STDMETHODCALLTYPE GetAllParams(float* values) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetAllParams(const float* values) = 0;
+  virtual int STDMETHODCALLTYPE GetParamCount() = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetParamValue(int index, float* value) = 0;
+  // With no editor of its own, the plug-in is told at once; with one, the
+  // change came from that editor and the plug-in is left alone.
+  virtual HRESULT STDMETHODCALLTYPE SetParamValue(int index, float value) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetParamProperties(int index, VstParamProperties* properties) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetParamName(int index, WCHAR* buffer, int length) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetParamDisplay(int index, WCHAR* buffer, int length) = 0;
+  // Fills the buffer and answers E_INVALIDARG all the same: callers do not
+  // test its result (pages written against it rely on that).
+  virtual HRESULT STDMETHODCALLTYPE GetParamLabel(int index, WCHAR* buffer, int length) = 0;
+  virtual HRESULT STDMETHODCALLTYPE BeginParamEdit(int index) = 0;
+  virtual HRESULT STDMETHODCALLTYPE EndParamEdit(int index) = 0;
+  // 1 unless streaming runs and an envelope drives the parameter.
+  virtual BOOL STDMETHODCALLTYPE IsParamFree(int index) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetFilterName(WCHAR* buffer, int length) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetHelpDocPath(WCHAR* buffer, int length) = 0;
+  // {0, 0, width, height} of the plug-in's editor, measured once.
+  virtual HRESULT STDMETHODCALLTYPE GetEditorRect(ZQVSTRECT* rect) = 0;
+  // 1 when the plug-in has no editor of its own.
+  virtual BOOL STDMETHODCALLTYPE HasNoEditor() = 0;
+  virtual HRESULT STDMETHODCALLTYPE OpenEditor(ZQVSTWINDOW window) = 0;
+  virtual HRESULT STDMETHODCALLTYPE IdleEditor() = 0;
+  virtual HRESULT STDMETHODCALLTYPE CloseEditor() = 0;
+  // direction 0 input, 1 output: the 18-byte format.  VFW_E_NOT_CONNECTED
+  // for another direction or a format not set yet.
+  virtual HRESULT STDMETHODCALLTYPE GetFormat(WAVEFORMATEX* format, LONG direction) = 0;
+  // Registers `window` for WM_COMMAND notifications with `id` in the low
+  // word; id 0 removes it.  E_OUTOFMEMORY when all four places are taken.
+  virtual HRESULT STDMETHODCALLTYPE SetNotifyWindow(HWND window, DWORD id) = 0;
+};
+
+class IVstWrapper : public IUnknown {
+ public:
+  using Base = IUnknown;
+  static constexpr GUID kIid = ZqGuid("{C91D968B-0309-4F98-A25A-79D618EA0DB5}");
+  // Suspend(1) / Resume(1) on the effect; 1 without an effect.
+  virtual HRESULT STDMETHODCALLTYPE SuspendEffect() = 0;
+  virtual HRESULT STDMETHODCALLTYPE ResumeEffect() = 0;
+  // 0 for the one vendor whose plug-ins need special care, else 1.
+  virtual BOOL STDMETHODCALLTYPE IsOrdinaryVendor() = 0;
+};
+
+struct CAUUID {
+  ULONG cElems;
+  GUID* pElems;
+};
+
+class ISpecifyPropertyPages : public IUnknown {
+ public:
+  using Base = IUnknown;
+  static constexpr GUID kIid = ZqGuid("{B196B28B-BAB4-101A-B69C-00AA00341D07}");
+  // pElems is task memory the caller frees.
+  virtual HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pages) = 0;
+};
+
+// Programs of a filter: the part a host of static presets uses.
+class IStaticFilterPreset : public IUnknown {
+ public:
+  using Base = IUnknown;
+  static constexpr GUID kIid = ZqGuid("{36A22460-0CC9-11D0-8574-00A0C9053912}");
+  virtual HRESULT STDMETHODCALLTYPE GetPresetCount(LONG* count) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetPresetName(LONG index, WCHAR* buffer, int length) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetPreset(LONG index) = 0;
+};
+
+// Programs, preset and bank files of a filter.
+class IVstFilterPreset : public IStaticFilterPreset {
+ public:
+  using Base = IStaticFilterPreset;
+  static constexpr GUID kIid = ZqGuid("{F88AC773-68BC-4D34-B539-17AD4208BA07}");
+  virtual HRESULT STDMETHODCALLTYPE LoadPresetFile(const WCHAR* path) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SavePresetFile(const WCHAR* path) = 0;
+  virtual HRESULT STDMETHODCALLTYPE LoadBankFile(const WCHAR* path) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SaveBankFile(const WCHAR* path) = 0;
+  virtual HRESULT STDMETHODCALLTYPE LoadPresetDialog(ZQVSTWINDOW parent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SavePresetDialog(ZQVSTWINDOW parent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE LoadBankDialog(ZQVSTWINDOW parent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SaveBankDialog(ZQVSTWINDOW parent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetCurrentPresetName(WCHAR* buffer, int length) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetCurrentPreset(LONG* index) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetCurrentPresetName(const WCHAR* name) = 0;
+};
+
+// The host tells the library's objects its user-interface language.
+class IZqTranslationInfo : public IUnknown {
+ public:
+  using Base = IUnknown;
+  static constexpr GUID kIid = ZqGuid("{7E3B1C52-94D0-4A6B-B1F7-2C8D5E0A9F31}");
+  virtual HRESULT STDMETHODCALLTYPE SetLanguage(LCID language) = 0;
+};
+
+inline constexpr GUID IID_IZqVstWrapProp = IZqVstWrapProp::kIid;
+inline constexpr GUID IID_IVstWrapper = IVstWrapper::kIid;
+inline constexpr GUID IID_ISpecifyPropertyPages = ISpecifyPropertyPages::kIid;
+inline constexpr GUID IID_IStaticFilterPreset = IStaticFilterPreset::kIid;
+inline constexpr GUID IID_IVstFilterPreset = IVstFilterPreset::kIid;
+inline constexpr GUID IID_IZqTranslationInfo = IZqTranslationInfo::kIid;
+
+// Codes of the WM_COMMAND notifications (the high word of wParam).
+constexpr DWORD ZQVSTNOTIFY_INPUT_TYPE = 0;       // input type set, or a parameter set by the host
+constexpr DWORD ZQVSTNOTIFY_OUTPUT_TYPE = 1;      // output type set
+constexpr DWORD ZQVSTNOTIFY_PROGRAM = 100;        // program, preset or whole state changed
+constexpr DWORD ZQVSTNOTIFY_EDITOR_SIZE = 200;    // the editor asked for a new size
+constexpr DWORD ZQVSTNOTIFY_DISPLAY = 300;        // the plug-in changed cached parameters
+
+// Makes an effect for `path` and plug-in `id`: in this process when the
+// module is an object this process can load, otherwise through the server
+// (REGDB_E_CLASSNOTREG while no server is available).
+HRESULT ZqVstCreateEffect(const WCHAR* path, LONG id, REFIID riid, void** object);
+
+// --- The effect's master ------------------------------------------------------------
+
+// What the plug-in's calls to its host reach: a small object that points
+// back at the filter without counting it (the filter clears the effect's
+// master before it goes).
+class CVstMaster final : public ZqComObject<CVstMaster, IZqVstMaster>, public ZqZeroFilled {
+ public:
+  explicit CVstMaster(class CZqVstWrapTransform* filter) : m_filter(filter) {}
+
+  HRESULT STDMETHODCALLTYPE Automate(LONG index, float value) override;
+  HRESULT STDMETHODCALLTYPE Idle() override;
+  HRESULT STDMETHODCALLTYPE UpdateDisplay() override;
+  HRESULT STDMETHODCALLTYPE GetTime(VstMasterTime* time) override;
+  HRESULT STDMETHODCALLTYPE GetTempoAt(LONGLONG samplePos, LONG* tempo) override;
+  HRESULT STDMETHODCALLTYPE SizeWindow(LONG width, LONG height) override;
+  HRESULT STDMETHODCALLTYPE BeginEdit(LONG index) override;
+  HRESULT STDMETHODCALLTYPE EndEdit(LONG index) override;
+
+ private:
+  friend class ZqComObject<CVstMaster, IZqVstMaster>;
+  ~CVstMaster() = default;
+  class CZqVstWrapTransform* m_filter;
+};
+
+// --- The filter -----------------------------------------------------------------------
+
+class CZqVstWrapTransform : public CTransformFilter,
+                            public IZqVstWrapProp,
+                            public IVstWrapper,
+                            public CZqPlugInParams,
+                            public CMFXTempo {
+ public:
+  DECLARE_IUNKNOWN
+
+  CZqVstWrapTransform(const WCHAR* name, IUnknown* outer, REFCLSID clsid, const WCHAR* path, HRESULT* status);
+  ~CZqVstWrapTransform() override;
+
+  HRESULT STDMETHODCALLTYPE NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
+  HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
+
+  // --- transform filter ---
+  CBasePin* GetPin(int n) override;
+  HRESULT Transform(IMediaSample*, IMediaSample*) override { return E_INVALIDARG; }
+  HRESULT CheckInputType(const CMediaType* mt) override;
+  HRESULT CheckTransform(const CMediaType* in, const CMediaType* out) override;
+  HRESULT GetMediaType(int position, CMediaType* mt) override;
+  HRESULT SetMediaType(PIN_DIRECTION direction, const CMediaType* mt) override;
+  HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* request) override;
+  HRESULT CompleteConnect(PIN_DIRECTION direction, IPin* pin) override;
+
+  // Whether the filter takes `channels` interleaved channels in.
+  bool AcceptsChannelCount(int channels) const;
+  // Rewrites `format` for the plug-in's output channels.
+  void SetOutputChannels(WAVEFORMATEX* format) const;
+
+  // --- IZqVstWrapProp ---
+  using CZqPlugInParams::GetParamCount;
+  HRESULT STDMETHODCALLTYPE GetAllParams(float* values) override;
+  HRESULT STDMETHODCALLTYPE SetAllParams(const float* values) override;
+  int STDMETHODCALLTYPE GetParamCount() override;
+  HRESULT STDMETHODCALLTYPE GetParamValue(int index, float* value) override;
+  HRESULT STDMETHODCALLTYPE SetParamValue(int index, float value) override;
+  HRESULT STDMETHODCALLTYPE GetParamProperties(int index, VstParamProperties* properties) override;
+  HRESULT STDMETHODCALLTYPE GetParamName(int index, WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE GetParamDisplay(int index, WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE GetParamLabel(int index, WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE BeginParamEdit(int index) override;
+  HRESULT STDMETHODCALLTYPE EndParamEdit(int index) override;
+  BOOL STDMETHODCALLTYPE IsParamFree(int index) override;
+  HRESULT STDMETHODCALLTYPE GetFilterName(WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE GetHelpDocPath(WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE GetEditorRect(ZQVSTRECT* rect) override;
+  BOOL STDMETHODCALLTYPE HasNoEditor() override;
+  HRESULT STDMETHODCALLTYPE OpenEditor(ZQVSTWINDOW window) override;
+  HRESULT STDMETHODCALLTYPE IdleEditor() override;
+  HRESULT STDMETHODCALLTYPE CloseEditor() override;
+  // Also IMfxSoftSynth's.
+  HRESULT STDMETHODCALLTYPE GetFormat(WAVEFORMATEX* format, LONG direction) override;
+  HRESULT STDMETHODCALLTYPE SetNotifyWindow(HWND window, DWORD id) override;
+
+  // --- IVstWrapper ---
+  HRESULT STDMETHODCALLTYPE SuspendEffect() override;
+  HRESULT STDMETHODCALLTYPE ResumeEffect() override;
+  BOOL STDMETHODCALLTYPE IsOrdinaryVendor() override;
+
+  // Posts WM_COMMAND with `code` in the high word to every registered
+  // window; windows that no longer exist are dropped.
+  void NotifyWindows(DWORD code);
+
+  IZqVstEffect* Effect() const { return m_effect; }
+  const VstEffectInfo& EffectInfo() const { return m_info; }
+  // Frames of the largest block, from DecideBufferSize (0 when stopped).
+  ULONG MaxBlock() const { return m_maxBlock; }
+
+ protected:
+  friend class CZqPlugInInputPin;
+  friend class CVstMaster;
+
+  // Marks the filter's state dirty and modified for every value the plug-in
+  // reports itself.
+  HRESULT StoreParamFromEffect(DWORD index, float normalized) override;
+  // A host's SetParam reached the plug-in (or not).
+  void OnParamSetByHost(DWORD index, HRESULT effectResult) override;
+
+  // The streaming path (zqvststreaming.cpp): one block through the effect
+  // with the latency discarded and the tail counted.  `kind` 0 first block
+  // after a discontinuity, 1 ordinary, 2 tail.
+  HRESULT ProcessBlock(int kind, const BYTE* input, ULONG* frames, BYTE* output, ULONG* outFrames);
+
+  void FreeParamTables();
+  bool ValidIndex(int index) const { return index >= 0 && index < m_paramCountProp; }
+
+  IZqVstEffect* m_effect = nullptr;
+  VstEffectInfo m_info{};
+  WCHAR m_displayName[256]{};
+  WCHAR m_modulePath[260]{};
+  WCHAR m_helpPath[260]{};
+  LONG m_editorWidth = 0;
+  LONG m_editorHeight = 0;
+  int m_paramCountProp = 0;
+  VstParamProperties* m_paramProps = nullptr;
+  ZqVstParamInfo* m_paramInfos = nullptr;
+  BOOL m_latencyOff = FALSE;
+  LONG m_latencyToDiscard = 0;
+  BOOL m_tailStarted = FALSE;
+  LONG m_tailRemaining = 0;
+  ULONG m_maxBlock = 0;
+  ZqVstWrapTimeRecord m_timeRecord{};
+  CRITICAL_SECTION m_notifyLock;
+  BOOL m_dirty = TRUE;
+  BOOL m_modified = FALSE;
+  struct NotifyEntry {
+    HWND window;
+    DWORD id;
+  } m_notify[4]{};
+  const WAVEFORMATEX* m_inputFormat = nullptr;
+  const WAVEFORMATEX* m_outputFormat = nullptr;
+  IFilterGraph* m_graphRef = nullptr;  // counted
+  BOOL m_counted = FALSE;              // raised the library's live object count
+  BOOL m_reconnectOutput = FALSE;      // the input's new type no longer fits the output's
+
+  // Set by CZqVstWrap: where the format copies live.
+  WAVEFORMATEX* m_inputStore = nullptr;
+  WAVEFORMATEX* m_outputStore = nullptr;
+};
+
+class CZqVstWrap final : public CZqVstWrapTransform,
+                         public ISpecifyPropertyPages,
+                         public IPersistStream,
+                         public IVstFilterPreset,
+                         public IZqTranslationInfo,
+                         public ZqZeroFilled {
+ public:
+  DECLARE_IUNKNOWN
+
+  // `status` reports the construction; a failed object is destroyed by
+  // `delete` without having been handed out.
+  CZqVstWrap(IUnknown* outer, REFCLSID clsid, const WCHAR* path, const WCHAR* name, HRESULT* status);
+  ~CZqVstWrap() override;
+
+  HRESULT STDMETHODCALLTYPE NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
+
+  // --- streaming (zqvststreaming.cpp) ---
+  HRESULT StartStreaming() override;
+  HRESULT StopStreaming() override;
+  HRESULT Receive(IMediaSample* sample) override;
+  HRESULT EndOfStream() override;
+
+  // --- ISpecifyPropertyPages ---
+  HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pages) override;
+
+  // --- IPersistStream (the state stream comes with the presets) ---
+  HRESULT STDMETHODCALLTYPE GetClassID(CLSID* clsid) override;
+  HRESULT STDMETHODCALLTYPE IsDirty() override { return m_modified ? S_OK : S_FALSE; }
+  HRESULT STDMETHODCALLTYPE Load(IStream*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Save(IStream*, BOOL) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetSizeMax(ULARGE_INTEGER*) override { return E_NOTIMPL; }
+
+  // --- IVstFilterPreset (programs and files come with the presets) ---
+  HRESULT STDMETHODCALLTYPE GetPresetCount(LONG*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetPresetName(LONG, WCHAR*, int) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetPreset(LONG) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LoadPresetFile(const WCHAR*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SavePresetFile(const WCHAR*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LoadBankFile(const WCHAR*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SaveBankFile(const WCHAR*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LoadPresetDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SavePresetDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LoadBankDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SaveBankDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetCurrentPresetName(WCHAR*, int) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetCurrentPreset(LONG*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetCurrentPresetName(const WCHAR*) override { return E_NOTIMPL; }
+
+  // --- IZqTranslationInfo ---
+  HRESULT STDMETHODCALLTYPE SetLanguage(LCID language) override;
+
+  LONG InstanceNumber() const { return m_instance; }
+
+ private:
+  LONG m_instance = 0;
+  WAVEFORMATEX m_inFormat{};
+  WAVEFORMATEX m_outFormat{};
+  DWORD m_spare = 0;
+  BOOL m_effectStarted = FALSE;
+  BOOL m_pendingDiscontinuity = FALSE;
+  BOOL m_pendingSyncPoint = FALSE;
+  REFERENCE_TIME m_outStart = 0;
+  REFERENCE_TIME m_outStop = 0;
+  LONGLONG m_mediaStart = 0;
+  LONGLONG m_mediaStop = 0;
+  BOOL m_sampleSilent = FALSE;
+  CLSID m_clsid2{};
+  WCHAR m_modulePath2[260]{};
+};
