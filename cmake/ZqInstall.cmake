@@ -29,7 +29,7 @@ endforeach()
 
 # Public headers: the interfaces and records a host needs.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/platform
-  FILES_MATCHING PATTERN "base.h")
+  FILES_MATCHING PATTERN "*.h" PATTERN "linux" EXCLUDE PATTERN "windows" EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/kernel/com/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/kernel/com
   FILES_MATCHING PATTERN "*.h")
 if(EXISTS ${PROJECT_SOURCE_DIR}/kernel/audio)
