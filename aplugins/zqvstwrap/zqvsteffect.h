@@ -67,10 +67,10 @@ class CZqVstEffect final : public ZqComObject<CZqVstEffect, IZqVstEffect>, publi
   HRESULT STDMETHODCALLTYPE SetProgram(LONG index) override;
   HRESULT STDMETHODCALLTYPE GetProgramName(LONG index, WCHAR* buffer, int length) override;
   HRESULT STDMETHODCALLTYPE SetProgramName(const WCHAR* name) override;
-  HRESULT STDMETHODCALLTYPE SavePreset(IStream*, ULONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadPreset(IStream*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SaveBank(IStream*, ULONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadBank(IStream*, LONG) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SavePreset(IStream* stream, ULONG* size) override;
+  HRESULT STDMETHODCALLTYPE LoadPreset(IStream* stream) override;
+  HRESULT STDMETHODCALLTYPE SaveBank(IStream* stream, ULONG* size) override;
+  HRESULT STDMETHODCALLTYPE LoadBank(IStream* stream, LONG program) override;
   HRESULT STDMETHODCALLTYPE EditOpen(ZQVSTWINDOW window, ZQVSTRECT* rect) override;
   HRESULT STDMETHODCALLTYPE EditIdle() override;
   HRESULT STDMETHODCALLTYPE EditClose() override;
