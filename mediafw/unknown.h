@@ -92,8 +92,8 @@ HRESULT GetInterface(IUnknown* unk, void** ppv);
 // The delegating IUnknown for a class that derives from CUnknown and from
 // interfaces: put it in the class body once; it covers every interface base.
 #define DECLARE_IUNKNOWN                                                             \
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) {                \
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {       \
     return GetOwner()->QueryInterface(riid, ppv);                                    \
   }                                                                                  \
-  ULONG STDMETHODCALLTYPE AddRef() { return GetOwner()->AddRef(); }                  \
-  ULONG STDMETHODCALLTYPE Release() { return GetOwner()->Release(); }
+  ULONG STDMETHODCALLTYPE AddRef() override { return GetOwner()->AddRef(); }         \
+  ULONG STDMETHODCALLTYPE Release() override { return GetOwner()->Release(); }
