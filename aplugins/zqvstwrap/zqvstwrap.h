@@ -332,28 +332,32 @@ class CZqVstWrap final : public CZqVstWrapTransform,
   // --- ISpecifyPropertyPages ---
   HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pages) override;
 
-  // --- IPersistStream (the state stream comes with the presets) ---
+  // --- IPersistStream (zqvstfilterstate.cpp but GetClassID and IsDirty) ---
+  // The stream: the current program index (32-bit little-endian), then that
+  // program in the fxp form.
   HRESULT STDMETHODCALLTYPE GetClassID(CLSID* clsid) override;
   HRESULT STDMETHODCALLTYPE IsDirty() override { return m_modified ? S_OK : S_FALSE; }
-  HRESULT STDMETHODCALLTYPE Load(IStream*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Save(IStream*, BOOL) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetSizeMax(ULARGE_INTEGER*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Load(IStream* stream) override;
+  HRESULT STDMETHODCALLTYPE Save(IStream* stream, BOOL clearDirty) override;
+  HRESULT STDMETHODCALLTYPE GetSizeMax(ULARGE_INTEGER* size) override;
 
-  // --- IVstFilterPreset (programs and files come with the presets) ---
-  HRESULT STDMETHODCALLTYPE GetPresetCount(LONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetPresetName(LONG, WCHAR*, int) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetPreset(LONG) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadPresetFile(const WCHAR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SavePresetFile(const WCHAR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadBankFile(const WCHAR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SaveBankFile(const WCHAR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadPresetDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SavePresetDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadBankDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SaveBankDialog(ZQVSTWINDOW) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetCurrentPresetName(WCHAR*, int) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetCurrentPreset(LONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetCurrentPresetName(const WCHAR*) override { return E_NOTIMPL; }
+  // --- IVstFilterPreset (zqvstfilterstate.cpp) ---
+  HRESULT STDMETHODCALLTYPE GetPresetCount(LONG* count) override;
+  HRESULT STDMETHODCALLTYPE GetPresetName(LONG index, WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE SetPreset(LONG index) override;
+  HRESULT STDMETHODCALLTYPE LoadPresetFile(const WCHAR* path) override;
+  HRESULT STDMETHODCALLTYPE SavePresetFile(const WCHAR* path) override;
+  HRESULT STDMETHODCALLTYPE LoadBankFile(const WCHAR* path) override;
+  HRESULT STDMETHODCALLTYPE SaveBankFile(const WCHAR* path) override;
+  // The file dialogs need a window layer this build does not have; a host
+  // uses the path forms instead.
+  HRESULT STDMETHODCALLTYPE LoadPresetDialog(ZQVSTWINDOW parent) override;
+  HRESULT STDMETHODCALLTYPE SavePresetDialog(ZQVSTWINDOW parent) override;
+  HRESULT STDMETHODCALLTYPE LoadBankDialog(ZQVSTWINDOW parent) override;
+  HRESULT STDMETHODCALLTYPE SaveBankDialog(ZQVSTWINDOW parent) override;
+  HRESULT STDMETHODCALLTYPE GetCurrentPresetName(WCHAR* buffer, int length) override;
+  HRESULT STDMETHODCALLTYPE GetCurrentPreset(LONG* index) override;
+  HRESULT STDMETHODCALLTYPE SetCurrentPresetName(const WCHAR* name) override;
 
   // --- IZqTranslationInfo ---
   HRESULT STDMETHODCALLTYPE SetLanguage(LCID language) override;
@@ -361,6 +365,15 @@ class CZqVstWrap final : public CZqVstWrapTransform,
   LONG InstanceNumber() const { return m_instance; }
 
  private:
+  // The parameter cache and the pages follow the plug-in after it changed
+  // programs or took a preset or a bank.
+  void RefreshAfterLoad();
+  // Opens `path` for reading and hands the effect a stream over it.
+  HRESULT LoadFromFile(const WCHAR* path, bool bank);
+  // Creates `path` and hands the effect a stream over it; a file the effect
+  // failed to write is deleted.
+  HRESULT SaveToFile(const WCHAR* path, bool bank);
+
   LONG m_instance = 0;
   WAVEFORMATEX m_inFormat{};
   WAVEFORMATEX m_outFormat{};
