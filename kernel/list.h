@@ -40,15 +40,6 @@
 #include "platform/base.h"
 #include "platform/sync.h"
 
-// Callbacks clean their own stack on the 32-bit original.
-#ifndef ZQ_STDCALL
-#if defined(_WIN32) && !defined(_WIN64)
-#define ZQ_STDCALL __stdcall
-#else
-#define ZQ_STDCALL
-#endif
-#endif
-
 // Option bits.
 constexpr DWORD ZQLIST_HEAPITEMS = 0x2;           // slots point to items the list owns
 constexpr DWORD ZQLIST_ARRAY = 0x4;               // items stand in the slots

@@ -24,15 +24,6 @@
 #include "platform/base.h"
 #include "platform/sync.h"
 
-// Callbacks clean their own stack on the 32-bit original.
-#ifndef ZQ_STDCALL
-#if defined(_WIN32) && !defined(_WIN64)
-#define ZQ_STDCALL __stdcall
-#else
-#define ZQ_STDCALL
-#endif
-#endif
-
 // The head takes part in the ring as an element, so the links of a head are
 // written through tZQQELM pointers and read as tZQQHEAD fields.  The links
 // type may therefore alias any record: without this an optimising compiler

@@ -76,6 +76,15 @@ struct FILETIME {
 
 #endif  // !_WIN32
 
+// Callbacks clean their own stack on the 32-bit original.
+#ifndef ZQ_STDCALL
+#if defined(_WIN32) && !defined(_WIN64)
+#define ZQ_STDCALL __stdcall
+#else
+#define ZQ_STDCALL
+#endif
+#endif
+
 #define ZQ_EXTERN_C extern "C"
 // A function of the kernel exported by name with C linkage.
 #define ZQ_API ZQ_EXTERN_C ZQ_EXPORT

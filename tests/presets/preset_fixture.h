@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kernel/containers/streambase.h"
 #include "kernel/containers/streams.h"
 #include "tests/vsthost/vsthost_fixture.h"
 
@@ -82,7 +83,7 @@ inline HRESULT Load(CZqVstEffect* effect, Bytes file, bool bank, LONG program = 
 
 // A stream over `file` whose reads fail (STG_E_READFAULT) once they reach
 // byte `failAt`.
-class FailingStream final : public ZqComObject<FailingStream, IStream> {
+class FailingStream final : public ZqStreamObject<FailingStream> {
  public:
   FailingStream(Bytes file, size_t failAt) : m_file(std::move(file)), m_failAt(failAt) {}
   HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override {
@@ -104,16 +105,6 @@ class FailingStream final : public ZqComObject<FailingStream, IStream> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
 
  private:
   friend class ZqComObject<FailingStream, IStream>;
@@ -124,7 +115,7 @@ class FailingStream final : public ZqComObject<FailingStream, IStream> {
 };
 
 inline HRESULT LoadFailing(CZqVstEffect* effect, const Bytes& file, size_t failAt, bool bank) {
-  auto* stream = new FailingStream(file, failAt);
+  auto* stream = new (std::nothrow) FailingStream(file, failAt);
   const HRESULT hr = bank ? effect->LoadBank(stream, 0) : effect->LoadPreset(stream);
   stream->Release();
   return hr;

@@ -366,7 +366,7 @@ TEST(InstalledPluginPresets, PluginWithoutProgramsAnswersSFalseAndTouchesNoStrea
   Loaded plugin(ZqUtf8ToUtf16(kLsp), 0);
   ASSERT_EQ(plugin.hr, S_OK);
   ASSERT_EQ(plugin->Effect()->numPrograms, 0);
-  auto* untouchable = new FailingStream({}, 0);  // any read fails
+  auto* untouchable = new (std::nothrow) FailingStream({}, 0);  // any read fails
   ULONG size = 5;
   EXPECT_EQ(plugin->SavePreset(untouchable, &size), S_FALSE);
   EXPECT_EQ(size, 0u);
