@@ -15,66 +15,76 @@ void CopyName(WCHAR* dst, size_t size, const std::u16string& src) {
   dst[n] = 0;
 }
 
-// Pins of a filter as they were when the enumerator was made; the filter
-// is kept alive by the references on its pins.
-class CEnumPins final : public ZqComObject<CEnumPins, IEnumPins> {
+// What the framework's enumerators share: a snapshot of items taken when the
+// enumerator was made and a cursor over it.  Next is each one's own.
+template <class Derived, class Interface, class Item>
+class CEnumSnapshot : public ZqComObject<Derived, Interface> {
  public:
-  explicit CEnumPins(std::vector<IPin*> pins) : m_pins(std::move(pins)) {
-    for (IPin* p : m_pins) p->AddRef();
-  }
-  ~CEnumPins() {
-    for (IPin* p : m_pins) p->Release();
-  }
-
-  HRESULT STDMETHODCALLTYPE Next(ULONG cPins, IPin** ppPins, ULONG* pcFetched) override {
-    if (ppPins == nullptr) return E_POINTER;
-    if (pcFetched == nullptr && cPins != 1) return E_INVALIDARG;
-    ULONG n = 0;
-    while (n < cPins && m_pos < m_pins.size()) {
-      ppPins[n] = m_pins[m_pos++];
-      ppPins[n]->AddRef();
-      ++n;
-    }
-    if (pcFetched) *pcFetched = n;
-    return n == cPins ? S_OK : S_FALSE;
-  }
-  HRESULT STDMETHODCALLTYPE Skip(ULONG cPins) override {
-    if (m_pins.size() - m_pos < cPins) {
-      m_pos = m_pins.size();
+  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
+    if (m_items.size() - m_pos < count) {
+      m_pos = m_items.size();
       return S_FALSE;
     }
-    m_pos += cPins;
+    m_pos += count;
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Reset() override {
     m_pos = 0;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE Clone(IEnumPins** ppEnum) override {
+  HRESULT STDMETHODCALLTYPE Clone(Interface** ppEnum) override {
     if (ppEnum == nullptr) return E_POINTER;
-    auto* clone = new (std::nothrow) CEnumPins(m_pins);
+    auto* clone = new (std::nothrow) Derived(m_items);
     if (clone == nullptr) return E_OUTOFMEMORY;
     clone->m_pos = m_pos;
     *ppEnum = clone;
     return S_OK;
   }
 
- private:
-  std::vector<IPin*> m_pins;
+ protected:
+  explicit CEnumSnapshot(std::vector<Item> items) : m_items(std::move(items)) {}
+  ~CEnumSnapshot() = default;
+
+  std::vector<Item> m_items;
   size_t m_pos = 0;
 };
 
-// The types a pin offered when the enumerator was made.
-class CEnumMediaTypes final : public ZqComObject<CEnumMediaTypes, IEnumMediaTypes> {
+// Pins of a filter as they were when the enumerator was made; the filter
+// is kept alive by the references on its pins.
+class CEnumPins final : public CEnumSnapshot<CEnumPins, IEnumPins, IPin*> {
  public:
-  explicit CEnumMediaTypes(std::vector<CMediaType> types) : m_types(std::move(types)) {}
+  explicit CEnumPins(std::vector<IPin*> pins) : CEnumSnapshot(std::move(pins)) {
+    for (IPin* p : m_items) p->AddRef();
+  }
+  ~CEnumPins() {
+    for (IPin* p : m_items) p->Release();
+  }
+
+  HRESULT STDMETHODCALLTYPE Next(ULONG cPins, IPin** ppPins, ULONG* pcFetched) override {
+    if (ppPins == nullptr) return E_POINTER;
+    if (pcFetched == nullptr && cPins != 1) return E_INVALIDARG;
+    ULONG n = 0;
+    while (n < cPins && m_pos < m_items.size()) {
+      ppPins[n] = m_items[m_pos++];
+      ppPins[n]->AddRef();
+      ++n;
+    }
+    if (pcFetched) *pcFetched = n;
+    return n == cPins ? S_OK : S_FALSE;
+  }
+};
+
+// The types a pin offered when the enumerator was made.
+class CEnumMediaTypes final : public CEnumSnapshot<CEnumMediaTypes, IEnumMediaTypes, CMediaType> {
+ public:
+  explicit CEnumMediaTypes(std::vector<CMediaType> types) : CEnumSnapshot(std::move(types)) {}
 
   HRESULT STDMETHODCALLTYPE Next(ULONG cTypes, AM_MEDIA_TYPE** ppTypes, ULONG* pcFetched) override {
     if (ppTypes == nullptr) return E_POINTER;
     if (pcFetched == nullptr && cTypes != 1) return E_INVALIDARG;
     ULONG n = 0;
-    while (n < cTypes && m_pos < m_types.size()) {
-      AM_MEDIA_TYPE* copy = CreateMediaType(&m_types[m_pos]);
+    while (n < cTypes && m_pos < m_items.size()) {
+      AM_MEDIA_TYPE* copy = CreateMediaType(&m_items[m_pos]);
       if (copy == nullptr) {
         while (n > 0) DeleteMediaType(ppTypes[--n]);
         if (pcFetched) *pcFetched = 0;
@@ -86,30 +96,6 @@ class CEnumMediaTypes final : public ZqComObject<CEnumMediaTypes, IEnumMediaType
     if (pcFetched) *pcFetched = n;
     return n == cTypes ? S_OK : S_FALSE;
   }
-  HRESULT STDMETHODCALLTYPE Skip(ULONG cTypes) override {
-    if (m_types.size() - m_pos < cTypes) {
-      m_pos = m_types.size();
-      return S_FALSE;
-    }
-    m_pos += cTypes;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Reset() override {
-    m_pos = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes** ppEnum) override {
-    if (ppEnum == nullptr) return E_POINTER;
-    auto* clone = new (std::nothrow) CEnumMediaTypes(m_types);
-    if (clone == nullptr) return E_OUTOFMEMORY;
-    clone->m_pos = m_pos;
-    *ppEnum = clone;
-    return S_OK;
-  }
-
- private:
-  std::vector<CMediaType> m_types;
-  size_t m_pos = 0;
 };
 
 // Failures that only say "no" become the status that says which "no".
