@@ -9,6 +9,8 @@ packages=(
   libsqlite3-dev libicu-dev libsndfile1-dev libpng-dev zlib1g-dev
   libxcb1-dev libcairo2-dev libpango1.0-dev
   libswresample-dev
+  # A virtual X server for the tests of editor windows.
+  xvfb
   # Real third-party VST 2.x plug-ins for integration tests.
   lsp-plugins-vst dragonfly-reverb-vst
 )

@@ -14,6 +14,7 @@
 #include "kernel/com/taskmem.h"
 #include "platform/exeinfo.h"
 #include "platform/text.h"
+#include "platform/x11window.h"
 
 namespace {
 
@@ -518,11 +519,24 @@ HRESULT CZqVstWrapTransform::GetEditorRect(ZQVSTRECT* rect) {
   HRESULT hr = S_OK;
   if (m_editorWidth != 0 && m_editorHeight != 0) {
     *rect = ZQVSTRECT{0, 0, m_editorWidth, m_editorHeight};
+  } else if (m_effect == nullptr) {
+    hr = E_UNEXPECTED;
   } else {
-    // Measuring needs a temporary display window to open the editor in.
-    // This build has no display connection of its own, so nothing is
-    // opened and the size stays unknown.
-    hr = ZQ_E_CREATE_WINDOW;
+    // Many editors only know their size once opened, so open one in a
+    // window nobody sees, measure it and close it again.  The size is kept:
+    // later calls answer without opening the editor.
+    ZqNativeWindow window{};
+    if (!ZqCreateTemporaryNativeWindow(&window)) {
+      hr = ZQ_E_CREATE_WINDOW;
+    } else {
+      ZQVSTRECT measured{};
+      m_effect->EditOpen(ZQVSTWINDOW(window.window), &measured);
+      m_effect->EditClose();
+      m_editorWidth = measured.right - measured.left;
+      m_editorHeight = measured.bottom - measured.top;
+      ZqDestroyTemporaryNativeWindow(&window);
+      *rect = ZQVSTRECT{0, 0, m_editorWidth, m_editorHeight};
+    }
   }
   LeaveCriticalSection(&m_notifyLock);
   return hr;

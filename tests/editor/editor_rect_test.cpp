@@ -1,0 +1,168 @@
+// The size of a plug-in's editor as the filter reports it to a host's page.
+// An editor that tells its size only once opened is opened in a temporary
+// X11 window; the tests run with no display at all and with an Xvfb server
+// of their own, so that neither depends on the machine's desktop.
+#include <filesystem>
+#include <string>
+
+#include "tests/filter/filter_fixture.h"
+#include "platform/environment.h"
+#include "platform/process.h"
+#include "platform/sync.h"
+#include "platform/thread.h"
+
+namespace {
+
+using namespace zqtest;
+
+constexpr LONG kEditorId = FourCC("ZqEd");
+constexpr const char* kXvfb = "/usr/bin/Xvfb";
+
+// The editor plug-in's module, kept loaded to read its counters.
+class EditorRecord {
+ public:
+  EditorRecord() : module_(LoadLibraryW(PluginPath("zqtest_editor").c_str())) {}
+  ~EditorRecord() {
+    if (module_) FreeLibrary(module_);
+  }
+  EditorRecord(const EditorRecord&) = delete;
+  EditorRecord& operator=(const EditorRecord&) = delete;
+  bool loaded() const { return module_ != nullptr; }
+  unsigned long LastWindow() const { return Call<unsigned long>("zqtest_editor_last_window"); }
+  long long Opens() const { return Call<long long>("zqtest_editor_open_count"); }
+  long long Closes() const { return Call<long long>("zqtest_editor_close_count"); }
+
+ private:
+  template <class R>
+  R Call(const char* name) const {
+    auto f = reinterpret_cast<R (*)()>(reinterpret_cast<void (*)()>(GetProcAddress(module_, name)));
+    return f ? f() : R(-1);
+  }
+  HMODULE module_;
+};
+
+// DISPLAY as the test wants it, put back afterwards.
+class DisplayVariable {
+ public:
+  explicit DisplayVariable(const WCHAR* value) {
+    WCHAR old[256] = {};
+    const DWORD length = GetEnvironmentVariableW(u"DISPLAY", old, 256);
+    had_ = length > 0 && length < 256;
+    if (had_) old_ = old;
+    SetEnvironmentVariableW(u"DISPLAY", value);
+  }
+  ~DisplayVariable() { SetEnvironmentVariableW(u"DISPLAY", had_ ? old_.c_str() : nullptr); }
+  DisplayVariable(const DisplayVariable&) = delete;
+  DisplayVariable& operator=(const DisplayVariable&) = delete;
+
+ private:
+  bool had_ = false;
+  std::u16string old_;
+};
+
+// A private X server on the first free display number from :73, for the
+// life of the object.  `display` stays empty when it could not be started.
+class VirtualDisplay {
+ public:
+  VirtualDisplay() {
+    for (int number = 73; number < 90 && display.empty(); ++number) {
+      const std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
+      const std::string lock = "/tmp/.X" + std::to_string(number) + "-lock";
+      if (std::filesystem::exists(socket) || std::filesystem::exists(lock)) continue;  // taken
+      const std::string name = ":" + std::to_string(number);
+      const char* argv[] = {"Xvfb", name.c_str(), "-nolisten", "tcp", "-screen", "0", "640x480x24",
+                            nullptr};
+      if (!ZqSpawnProcess(kXvfb, argv, nullptr, 0, &process_, nullptr)) return;
+      socket_ = socket;
+      lock_ = lock;
+      // The server is ready once its socket exists; give up after a bound
+      // so that a server that cannot start fails the test instead of
+      // hanging it.
+      for (int wait = 0; wait < 200; ++wait) {
+        if (std::filesystem::exists(socket)) {
+          display = name;
+          break;
+        }
+        if (WaitForSingleObject(process_, 50) == WAIT_OBJECT_0) break;  // it gave up
+      }
+      if (display.empty()) Stop();
+    }
+  }
+  ~VirtualDisplay() { Stop(); }
+  VirtualDisplay(const VirtualDisplay&) = delete;
+  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
+
+  std::string display;
+
+ private:
+  void Stop() {
+    if (process_ == nullptr) return;
+    TerminateProcess(process_, 0);
+    WaitForSingleObject(process_, INFINITE);
+    CloseHandle(process_);
+    process_ = nullptr;
+    // A killed server leaves its socket and lock behind, and both were
+    // absent before it started: they are its own, so clear them.
+    std::error_code ignored;
+    std::filesystem::remove(socket_, ignored);
+    std::filesystem::remove(lock_, ignored);
+  }
+  HANDLE process_ = nullptr;
+  std::string socket_;
+  std::string lock_;
+};
+
+TEST(EditorRect, WithoutADisplayTheSizeStaysUnknownAndTheEditorIsNotOpened) {
+  EditorRecord record;
+  ASSERT_TRUE(record.loaded());
+  DisplayVariable noDisplay(nullptr);
+  FilterChain chain(Register("zqtest_editor", kEditorId));
+  ASSERT_EQ(chain.made, S_OK);
+  const long long opensBefore = record.Opens();
+
+  ZQVSTRECT rect{7, 7, 7, 7};
+  EXPECT_EQ(chain.prop->GetEditorRect(&rect), ZQ_E_CREATE_WINDOW);
+  EXPECT_EQ(record.Opens(), opensBefore);
+
+  // A display named but not there fails the same way, without ending the
+  // process as a default X error handler would.
+  DisplayVariable unreachable(u":89.0");
+  EXPECT_EQ(chain.prop->GetEditorRect(&rect), ZQ_E_CREATE_WINDOW);
+  EXPECT_EQ(record.Opens(), opensBefore);
+}
+
+TEST(EditorRect, TheEditorIsMeasuredOnceInATemporaryWindowAndTheSizeKept) {
+  if (!std::filesystem::exists(kXvfb)) GTEST_SKIP() << "needs Xvfb (Debian package \"xvfb\")";
+  VirtualDisplay server;
+  ASSERT_FALSE(server.display.empty()) << "Xvfb did not start";
+  DisplayVariable display(ZqUtf8ToUtf16(server.display).c_str());
+  EditorRecord record;
+  ASSERT_TRUE(record.loaded());
+  FilterChain chain(Register("zqtest_editor", kEditorId));
+  ASSERT_EQ(chain.made, S_OK);
+  EXPECT_FALSE(chain.prop->HasNoEditor());
+  const long long opensBefore = record.Opens();
+  const long long closesBefore = record.Closes();
+
+  ZQVSTRECT rect{7, 7, 7, 7};
+  ASSERT_EQ(chain.prop->GetEditorRect(&rect), S_OK);
+  EXPECT_EQ(rect.left, 0);
+  EXPECT_EQ(rect.top, 0);
+  EXPECT_EQ(rect.right, 320);
+  EXPECT_EQ(rect.bottom, 200);
+  EXPECT_NE(record.LastWindow(), 0ul);
+  EXPECT_EQ(record.Opens(), opensBefore + 1);
+  EXPECT_EQ(record.Closes(), closesBefore + 1);
+
+  // Measured once: the next call answers from the kept size, even with the
+  // display gone.
+  DisplayVariable noDisplay(nullptr);
+  ZQVSTRECT again{};
+  ASSERT_EQ(chain.prop->GetEditorRect(&again), S_OK);
+  EXPECT_EQ(again.right, 320);
+  EXPECT_EQ(again.bottom, 200);
+  EXPECT_EQ(record.Opens(), opensBefore + 1);
+  EXPECT_EQ(record.Closes(), closesBefore + 1);
+}
+
+}  // namespace
