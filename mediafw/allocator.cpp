@@ -28,10 +28,12 @@ HRESULT CMediaSample::Fault(DWORD call) { return m_pAllocator->SampleFault(call)
 HRESULT CMediaSample::QueryInterface(REFIID riid, void** ppv) {
   if (ppv == nullptr) return E_POINTER;
   *ppv = nullptr;
-  if (IsEqualGUID(riid, IID_IUnknown) || IsEqualGUID(riid, IID_IMediaSample)) {
-    *ppv = static_cast<IMediaSample*>(this);
-  } else if (IsEqualGUID(riid, IID_IZqSampleSilence) && m_pAllocator->OffersSilence()) {
+  // Silence first: filters ask for it on every sample they stream.
+  if (IsEqualGUID(riid, IID_IZqSampleSilence)) {
+    if (!m_pAllocator->OffersSilence()) return E_NOINTERFACE;
     *ppv = static_cast<IZqSampleSilence*>(this);
+  } else if (IsEqualGUID(riid, IID_IUnknown) || IsEqualGUID(riid, IID_IMediaSample)) {
+    *ppv = static_cast<IMediaSample*>(this);
   } else {
     return E_NOINTERFACE;
   }
@@ -274,24 +276,33 @@ HRESULT CMemAllocator::GetBuffer(IMediaSample** ppBuffer, REFERENCE_TIME*, REFER
   if (ppBuffer == nullptr) return E_POINTER;
   *ppBuffer = nullptr;
   CMediaSample* sample = nullptr;
-  {
-    CAutoLock lock(&m_lock);
-    if (HRESULT hr = m_getBufferFault.Next(); FAILED(hr)) return hr;
+  // One lock covers the fault plan and the first look at the pool: this is
+  // on every buffer of the streaming path.
+  m_lock.Lock();
+  if (HRESULT hr = m_getBufferFault.Next(); FAILED(hr)) {
+    m_lock.Unlock();
+    return hr;
   }
   for (;;) {
-    {
-      CAutoLock lock(&m_lock);
-      if (!m_bCommitted) return VFW_E_NOT_COMMITTED;
-      if (!m_free.empty()) {
-        sample = m_free.back();
-        m_free.pop_back();
-        break;
-      }
-      if (dwFlags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
-      ++m_lWaiting;
+    if (!m_bCommitted) {
+      m_lock.Unlock();
+      return VFW_E_NOT_COMMITTED;
     }
+    if (!m_free.empty()) {
+      sample = m_free.back();
+      m_free.pop_back();
+      break;
+    }
+    if (dwFlags & AM_GBF_NOWAIT) {
+      m_lock.Unlock();
+      return VFW_E_TIMEOUT;
+    }
+    ++m_lWaiting;
+    m_lock.Unlock();
     WaitForSingleObject(m_hSem, INFINITE);
+    m_lock.Lock();
   }
+  m_lock.Unlock();
   sample->m_cRef.store(1);
   AddRef();  // the sample keeps its allocator alive
   *ppBuffer = sample;
@@ -331,8 +342,10 @@ void CMemAllocator::FreeSamples() {
 }
 
 HRESULT CMemAllocator::SampleFault(DWORD call) {
+  // Calls outside the planned set are not counted, so they need no lock.
+  if (!(m_sampleFaultCalls.load(std::memory_order_acquire) & call)) return S_OK;
   CAutoLock lock(&m_lock);
-  if (!(m_sampleFaultCalls & call)) return S_OK;
+  if (!(m_sampleFaultCalls.load(std::memory_order_relaxed) & call)) return S_OK;
   return m_sampleFault.Next();
 }
 
@@ -343,8 +356,8 @@ void CMemAllocator::FailGetBuffer(LONG nth, LONG count, HRESULT status) {
 
 void CMemAllocator::FailSampleCalls(DWORD calls, LONG nth, LONG count, HRESULT status) {
   CAutoLock lock(&m_lock);
-  m_sampleFaultCalls = calls;
   m_sampleFault = ZqFaultPlan{nth, count, status, 0};
+  m_sampleFaultCalls.store(calls, std::memory_order_release);
 }
 
 void CMemAllocator::FailCommit(LONG nth, LONG count, HRESULT status) {

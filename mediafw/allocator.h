@@ -168,7 +168,9 @@ class CMemAllocator : public CUnknown, public IMemAllocator {
   std::atomic<BOOL> m_bOffersSilence{TRUE};
   ZqFaultPlan m_getBufferFault;
   ZqFaultPlan m_sampleFault;
-  DWORD m_sampleFaultCalls = 0;
+  // Read without the lock on every sample call: samples are touched many
+  // times per buffer on the streaming path, and faults are rarely planned.
+  std::atomic<DWORD> m_sampleFaultCalls{0};
   ZqFaultPlan m_commitFault;
   ZqFaultPlan m_setPropertiesFault;
 };
