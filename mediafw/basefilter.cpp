@@ -6,6 +6,7 @@
 
 #include "kernel/com/object.h"
 #include "kernel/com/taskmem.h"
+#include "mediafw/enumsnapshot.h"
 
 namespace {
 
@@ -15,64 +16,9 @@ void CopyName(WCHAR* dst, size_t size, const std::u16string& src) {
   dst[n] = 0;
 }
 
-// What the framework's enumerators share: a snapshot of items taken when the
-// enumerator was made and a cursor over it.  Next is each one's own.
-template <class Derived, class Interface, class Item>
-class CEnumSnapshot : public ZqComObject<Derived, Interface> {
- public:
-  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-    if (m_items.size() - m_pos < count) {
-      m_pos = m_items.size();
-      return S_FALSE;
-    }
-    m_pos += count;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Reset() override {
-    m_pos = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Clone(Interface** ppEnum) override {
-    if (ppEnum == nullptr) return E_POINTER;
-    auto* clone = new (std::nothrow) Derived(m_items);
-    if (clone == nullptr) return E_OUTOFMEMORY;
-    clone->m_pos = m_pos;
-    *ppEnum = clone;
-    return S_OK;
-  }
-
- protected:
-  explicit CEnumSnapshot(std::vector<Item> items) : m_items(std::move(items)) {}
-  ~CEnumSnapshot() = default;
-
-  std::vector<Item> m_items;
-  size_t m_pos = 0;
-};
-
 // Pins of a filter as they were when the enumerator was made; the filter
 // is kept alive by the references on its pins.
-class CEnumPins final : public CEnumSnapshot<CEnumPins, IEnumPins, IPin*> {
- public:
-  explicit CEnumPins(std::vector<IPin*> pins) : CEnumSnapshot(std::move(pins)) {
-    for (IPin* p : m_items) p->AddRef();
-  }
-  ~CEnumPins() {
-    for (IPin* p : m_items) p->Release();
-  }
-
-  HRESULT STDMETHODCALLTYPE Next(ULONG cPins, IPin** ppPins, ULONG* pcFetched) override {
-    if (ppPins == nullptr) return E_POINTER;
-    if (pcFetched == nullptr && cPins != 1) return E_INVALIDARG;
-    ULONG n = 0;
-    while (n < cPins && m_pos < m_items.size()) {
-      ppPins[n] = m_items[m_pos++];
-      ppPins[n]->AddRef();
-      ++n;
-    }
-    if (pcFetched) *pcFetched = n;
-    return n == cPins ? S_OK : S_FALSE;
-  }
-};
+using CEnumPins = CEnumCounted<IEnumPins, IPin>;
 
 // The types a pin offered when the enumerator was made.
 class CEnumMediaTypes final : public CEnumSnapshot<CEnumMediaTypes, IEnumMediaTypes, CMediaType> {

@@ -5,54 +5,11 @@
 #include <string_view>
 
 #include "kernel/com/object.h"
+#include "mediafw/enumsnapshot.h"
 
 namespace {
 
-class CEnumFilters final : public ZqComObject<CEnumFilters, IEnumFilters> {
- public:
-  explicit CEnumFilters(std::vector<IBaseFilter*> filters) : m_filters(std::move(filters)) {
-    for (IBaseFilter* f : m_filters) f->AddRef();
-  }
-  ~CEnumFilters() {
-    for (IBaseFilter* f : m_filters) f->Release();
-  }
-  HRESULT STDMETHODCALLTYPE Next(ULONG count, IBaseFilter** filters, ULONG* fetched) override {
-    if (filters == nullptr) return E_POINTER;
-    if (fetched == nullptr && count != 1) return E_INVALIDARG;
-    ULONG n = 0;
-    while (n < count && m_pos < m_filters.size()) {
-      filters[n] = m_filters[m_pos++];
-      filters[n]->AddRef();
-      ++n;
-    }
-    if (fetched) *fetched = n;
-    return n == count ? S_OK : S_FALSE;
-  }
-  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-    if (m_filters.size() - m_pos < count) {
-      m_pos = m_filters.size();
-      return S_FALSE;
-    }
-    m_pos += count;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Reset() override {
-    m_pos = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Clone(IEnumFilters** ppEnum) override {
-    if (ppEnum == nullptr) return E_POINTER;
-    auto* clone = new (std::nothrow) CEnumFilters(m_filters);
-    if (clone == nullptr) return E_OUTOFMEMORY;
-    clone->m_pos = m_pos;
-    *ppEnum = clone;
-    return S_OK;
-  }
-
- private:
-  std::vector<IBaseFilter*> m_filters;
-  size_t m_pos = 0;
-};
+using CEnumFilters = CEnumCounted<IEnumFilters, IBaseFilter>;
 
 // Calls `fn` for every pin of `filter`, each counted for the call only.
 void ForEachPin(IBaseFilter* filter, const std::function<void(IPin*)>& fn) {
