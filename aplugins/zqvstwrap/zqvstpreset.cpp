@@ -229,6 +229,17 @@ HRESULT ReadChunk(IStream* stream, ULONG size, Block* block) {
   return S_OK;
 }
 
+// The chunk forms, program and bank alike: their fixed record, then a chunk
+// of the size the record gives.  A size of 0 or less is E_UNEXPECTED.
+template <class Record>
+HRESULT ReadChunkForm(IStream* stream, Record* record, int32_t* size, Block* chunk) {
+  HRESULT hr = ReadAll(stream, record, sizeof *record);
+  if (FAILED(hr)) return hr;
+  *size = static_cast<int32_t>(FromWire(record->chunkSize));
+  if (*size <= 0) return E_UNEXPECTED;
+  return ReadChunk(stream, static_cast<ULONG>(*size), chunk);
+}
+
 // Reads the six common words and puts the stream back where it was.
 HRESULT PeekCommonHeader(IStream* stream, FxCommonHeader* header) {
   ULONG got = 0;
@@ -389,12 +400,9 @@ HRESULT CZqVstEffect::LoadPreset(IStream* stream) {
   } else if (header.fxMagic == static_cast<uint32_t>(chunkPresetMagic)) {
     if (!(effect->flags & effFlagsProgramChunks)) return ZQ_E_BAD_FILE;
     FxChunkProgramRecord record;
-    hr = ReadAll(stream, &record, sizeof record);
-    if (FAILED(hr)) return hr;
-    const int32_t chunkSize = static_cast<int32_t>(FromWire(record.chunkSize));
-    if (chunkSize <= 0) return E_UNEXPECTED;
+    int32_t chunkSize = 0;
     Block chunk;
-    hr = ReadChunk(stream, static_cast<ULONG>(chunkSize), &chunk);
+    hr = ReadChunkForm(stream, &record, &chunkSize, &chunk);
     if (FAILED(hr)) return hr;
     // The plug-in's answer is not a verdict on the file: it is not looked at.
     Dispatch(effSetChunk, 1, chunkSize, chunk.Data());
@@ -508,12 +516,9 @@ HRESULT CZqVstEffect::LoadBank(IStream* stream, LONG program) {
   } else if (header.fxMagic == static_cast<uint32_t>(chunkBankMagic)) {
     if (!(effect->flags & effFlagsProgramChunks)) return ZQ_E_BAD_FILE;
     FxChunkBankRecord record;
-    hr = ReadAll(stream, &record, sizeof record);
-    if (FAILED(hr)) return hr;
-    const int32_t chunkSize = static_cast<int32_t>(FromWire(record.chunkSize));
-    if (chunkSize <= 0) return E_UNEXPECTED;
+    int32_t chunkSize = 0;
     Block chunk;
-    hr = ReadChunk(stream, static_cast<ULONG>(chunkSize), &chunk);
+    hr = ReadChunkForm(stream, &record, &chunkSize, &chunk);
     if (FAILED(hr)) return hr;
     Dispatch(effSetChunk, 0, chunkSize, chunk.Data());
   } else {
