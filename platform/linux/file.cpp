@@ -339,17 +339,22 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTE
   return NewHandle(std::move(file));
 }
 
+// A read or write with an OVERLAPPED record starts at the offset it names;
+// without one, at the file pointer.  False (with the last error set) when the
+// offset cannot be reached.
+static bool SeekToOverlappedOffset(int fd, const OVERLAPPED* overlapped) {
+  if (overlapped == nullptr) return true;
+  const off_t at = static_cast<off_t>((static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset);
+  if (lseek(fd, at, SEEK_SET) >= 0) return true;
+  ZqSetLastErrorFromErrno(errno);
+  return false;
+}
+
 BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, DWORD* bytesRead, OVERLAPPED* overlapped) {
   if (bytesRead) *bytesRead = 0;
   Ref<FileObject> f = LookupFile(handle);
   if (!f) return FALSE;
-  if (overlapped) {
-    const off_t at = static_cast<off_t>((static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset);
-    if (lseek(f->fd, at, SEEK_SET) < 0) {
-      ZqSetLastErrorFromErrno(errno);
-      return FALSE;
-    }
-  }
+  if (!SeekToOverlappedOffset(f->fd, overlapped)) return FALSE;
   size_t done = 0;
   char* p = static_cast<char*>(buffer);
   while (done < size) {
@@ -371,13 +376,7 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, DWORD* bytesWritten, O
   if (bytesWritten) *bytesWritten = 0;
   Ref<FileObject> f = LookupFile(handle);
   if (!f) return FALSE;
-  if (overlapped) {
-    const off_t at = static_cast<off_t>((static_cast<uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset);
-    if (lseek(f->fd, at, SEEK_SET) < 0) {
-      ZqSetLastErrorFromErrno(errno);
-      return FALSE;
-    }
-  }
+  if (!SeekToOverlappedOffset(f->fd, overlapped)) return FALSE;
   size_t written = 0;
   const bool ok = FullWrite(f->fd, buffer, size, &written);
   if (bytesWritten) *bytesWritten = static_cast<DWORD>(written);
