@@ -53,6 +53,8 @@ struct ZqVstPluginRecord {
   WCHAR name[64];         // display name
   DWORD flags;            // ZQVST_VMF_*
   DWORD state;            // ZQVST_VMS_*
+  LONG latencyFrames;     // as the plug-in reported them when it was mapped
+  LONG tailFrames;
 };
 
 // --- The process-wide record list ------------------------------------------
