@@ -94,45 +94,23 @@ HRESULT CZqMemorySource::SetData(const void* data, size_t bytes) {
   return S_OK;
 }
 
-void CZqMemorySource::SetFramesPerSample(ULONG frames) {
-  CAutoLock lock(&m_csFilter);
-  m_framesPerSample = frames > 0 ? frames : 1;
-}
+void CZqMemorySource::SetFramesPerSample(ULONG frames) { SetLocked(m_framesPerSample, frames > 0 ? frames : 1); }
 
-void CZqMemorySource::SetStartTime(REFERENCE_TIME start) {
-  CAutoLock lock(&m_csFilter);
-  m_startTime = start;
-}
+void CZqMemorySource::SetStartTime(REFERENCE_TIME start) { SetLocked(m_startTime, start); }
 
-void CZqMemorySource::SetStartMediaTime(LONGLONG frame) {
-  CAutoLock lock(&m_csFilter);
-  m_startMediaTime = frame;
-}
+void CZqMemorySource::SetStartMediaTime(LONGLONG frame) { SetLocked(m_startMediaTime, frame); }
 
 void CZqMemorySource::SetDiscontinuities(std::set<ULONG> sampleIndexes) {
-  CAutoLock lock(&m_csFilter);
-  m_discontinuities = std::move(sampleIndexes);
+  SetLocked(m_discontinuities, std::move(sampleIndexes));
 }
 
-void CZqMemorySource::SetSilentSamples(std::set<ULONG> sampleIndexes) {
-  CAutoLock lock(&m_csFilter);
-  m_silent = std::move(sampleIndexes);
-}
+void CZqMemorySource::SetSilentSamples(std::set<ULONG> sampleIndexes) { SetLocked(m_silent, std::move(sampleIndexes)); }
 
-void CZqMemorySource::SetBufferCount(LONG buffers) {
-  CAutoLock lock(&m_csFilter);
-  m_bufferCount = buffers > 0 ? buffers : 1;
-}
+void CZqMemorySource::SetBufferCount(LONG buffers) { SetLocked(m_bufferCount, buffers > 0 ? buffers : 1); }
 
-void CZqMemorySource::SetThreaded(bool threaded) {
-  CAutoLock lock(&m_csFilter);
-  m_threaded = threaded;
-}
+void CZqMemorySource::SetThreaded(bool threaded) { SetLocked(m_threaded, threaded); }
 
-void CZqMemorySource::SetSendNewSegment(bool send) {
-  CAutoLock lock(&m_csFilter);
-  m_sendNewSegment = send;
-}
+void CZqMemorySource::SetSendNewSegment(bool send) { SetLocked(m_sendNewSegment, send); }
 
 ULONG CZqMemorySource::SampleCount() {
   CAutoLock lock(&m_csFilter);

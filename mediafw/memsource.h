@@ -20,6 +20,8 @@
 
 #include <atomic>
 #include <set>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "mediafw/basefilter.h"
@@ -79,6 +81,12 @@ class CZqMemorySource : public CBaseFilter {
   HRESULT StartStreaming();
   void StopStreaming();
   void ResetStream();
+  // A setting, changed under the filter lock.
+  template <class T>
+  void SetLocked(T& setting, std::type_identity_t<T> value) {
+    CAutoLock lock(&m_csFilter);
+    setting = std::move(value);
+  }
 
   CCritSec m_csFilter;
   Pin* m_pPin = nullptr;

@@ -102,3 +102,26 @@ ZQ_EXTERN_C HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwne
 ZQ_EXTERN_C BOOL ReleaseMutex(HANDLE mutex);
 
 #endif  // !_WIN32
+
+// Holds a critical section for the life of a scope.  Unlock() leaves it
+// before the scope ends, for work that must run outside the section (a call
+// out to code that may take other locks); the destructor then does nothing.
+// Written with only the two section calls so that it serves on every
+// platform.
+class ZqCriticalSectionLock {
+ public:
+  explicit ZqCriticalSectionLock(CRITICAL_SECTION* section) : m_section(section) { EnterCriticalSection(section); }
+  ~ZqCriticalSectionLock() { Unlock(); }
+  ZqCriticalSectionLock(const ZqCriticalSectionLock&) = delete;
+  ZqCriticalSectionLock& operator=(const ZqCriticalSectionLock&) = delete;
+
+  void Unlock() {
+    if (m_section != nullptr) {
+      LeaveCriticalSection(m_section);
+      m_section = nullptr;
+    }
+  }
+
+ private:
+  CRITICAL_SECTION* m_section;
+};

@@ -241,7 +241,7 @@ CZqPlugInParams::~CZqPlugInParams() {
 }
 
 void CZqPlugInParams::FreeParams() {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   if (m_states != nullptr) {
     for (DWORD i = 0; i < m_paramCount; ++i) ZqList_Destroy(&m_states[i].envelope);
     ZqMemory_Free(m_states);
@@ -254,11 +254,10 @@ void CZqPlugInParams::FreeParams() {
   m_ready = FALSE;
   m_envelopeParams = 0;
   m_sweepPending = FALSE;
-  LeaveCriticalSection(&m_paramLock);
 }
 
 HRESULT CZqPlugInParams::InitParams(const ZqVstParamInfo* infos, DWORD count) {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   FreeParams();
   m_timeFormat = GUID_TIME_REFERENCE;
   m_timeData = 0;
@@ -293,14 +292,12 @@ HRESULT CZqPlugInParams::InitParams(const ZqVstParamInfo* infos, DWORD count) {
       ZqMemory_Free(m_envelopeIndexes);
       m_envelopeIndexes = nullptr;
       m_states = nullptr;
-      LeaveCriticalSection(&m_paramLock);
       return hr;
     }
   }
   m_infos = infos;
   m_paramCount = count;
   m_ready = TRUE;
-  LeaveCriticalSection(&m_paramLock);
   return S_OK;
 }
 
@@ -314,11 +311,8 @@ HRESULT CZqPlugInParams::GetParamCount(DWORD* count) {
 
 HRESULT CZqPlugInParams::GetParamInfo(DWORD index, MP_PARAMINFO* info) {
   if (info == nullptr) return E_POINTER;
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
+  ZqCriticalSectionLock lock(&m_paramLock);
+  if (StateAt(index) == nullptr) return E_INVALIDARG;
   const ZqVstParamInfo& source = m_infos[index];
   *info = source.mpi;
   if (source.localised) {
@@ -327,7 +321,6 @@ HRESULT CZqPlugInParams::GetParamInfo(DWORD index, MP_PARAMINFO* info) {
     if (source.labelStringId < 0) info->szLabel[0] = 0;
     if (source.unitStringId < 0) info->szUnitText[0] = 0;
   }
-  LeaveCriticalSection(&m_paramLock);
   return S_OK;
 }
 
@@ -337,17 +330,15 @@ HRESULT CZqPlugInParams::GetParamText(DWORD index, WCHAR** text) {
   MP_PARAMINFO info;
   HRESULT hr = GetParamInfo(index, &info);
   if (FAILED(hr)) return hr;
-  EnterCriticalSection(&m_paramLock);
-  const WCHAR* names = index < m_paramCount ? m_infos[index].enumText : nullptr;
+  ZqCriticalSectionLock lock(&m_paramLock);
+  // The count may have changed since GetParamInfo let go of the lock.
+  const WCHAR* names = StateAt(index) != nullptr ? m_infos[index].enumText : nullptr;
   size_t label = BoundedLength(info.szLabel, 31);
   size_t unit = BoundedLength(info.szUnitText, 31);
   size_t enumLength = BoundedLength(names, 0x10000);
   size_t total = label + 1 + unit + 1 + (enumLength > 0 ? enumLength + 1 : 0) + 1;
   auto* block = static_cast<WCHAR*>(CoTaskMemAlloc(total * sizeof(WCHAR)));
-  if (block == nullptr) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_OUTOFMEMORY;
-  }
+  if (block == nullptr) return E_OUTOFMEMORY;
   WCHAR* p = block;
   std::memcpy(p, info.szLabel, label * sizeof(WCHAR));
   p += label;
@@ -360,7 +351,7 @@ HRESULT CZqPlugInParams::GetParamText(DWORD index, WCHAR** text) {
     *p++ = 0;
   }
   *p = 0;
-  LeaveCriticalSection(&m_paramLock);
+  lock.Unlock();
   *text = block;
   return S_OK;
 }
@@ -380,10 +371,9 @@ HRESULT CZqPlugInParams::GetSupportedTimeFormat(DWORD index, GUID* format) {
 
 HRESULT CZqPlugInParams::GetCurrentTimeFormat(GUID* format, MP_TIMEDATA* data) {
   if (format == nullptr || data == nullptr) return E_POINTER;
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   *format = m_timeFormat;
   *data = m_timeData;
-  LeaveCriticalSection(&m_paramLock);
   return S_OK;
 }
 
@@ -391,41 +381,26 @@ HRESULT CZqPlugInParams::GetCurrentTimeFormat(GUID* format, MP_TIMEDATA* data) {
 
 HRESULT CZqPlugInParams::GetParam(DWORD index, MP_DATA* value) {
   if (value == nullptr) return E_POINTER;
-  EnterCriticalSection(&m_paramLock);
-  HRESULT hr = E_INVALIDARG;
-  if (index < m_paramCount) {
-    *value = m_states[index].value;
-    hr = S_OK;
-  }
-  LeaveCriticalSection(&m_paramLock);
-  return hr;
+  ZqCriticalSectionLock lock(&m_paramLock);
+  const ZqVstParamState* state = StateAt(index);
+  if (state == nullptr) return E_INVALIDARG;
+  *value = state->value;
+  return S_OK;
 }
 
 HRESULT CZqPlugInParams::SetParam(DWORD index, MP_DATA value) {
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
-  ZqVstParamState& state = m_states[index];
+  ZqCriticalSectionLock lock(&m_paramLock);
+  ZqVstParamState* state = StateAt(index);
+  if (state == nullptr) return E_INVALIDARG;
   const MP_PARAMINFO& mpi = m_infos[index].mpi;
   // A host can't set a parameter against its running envelope.
-  if (m_streaming && state.envelopeActive) {
-    LeaveCriticalSection(&m_paramLock);
-    return S_FALSE;
-  }
-  if (!(value >= mpi.mpdMinValue && value <= mpi.mpdMaxValue)) {  // NaN too
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
-  if (value == state.value) {
-    LeaveCriticalSection(&m_paramLock);
-    return S_FALSE;
-  }
-  state.value = value;
+  if (m_streaming && state->envelopeActive) return S_FALSE;
+  if (!(value >= mpi.mpdMinValue && value <= mpi.mpdMaxValue)) return E_INVALIDARG;  // NaN too
+  if (value == state->value) return S_FALSE;
+  state->value = value;
   const float normalized = ToNormalized(mpi, value);
   IZqVstEffect* effect = m_paramEffect;
-  LeaveCriticalSection(&m_paramLock);
+  lock.Unlock();
 
   HRESULT effectResult = effect != nullptr ? effect->SetParameter(static_cast<int>(index), normalized) : S_FALSE;
   OnParamSetByHost(index, effectResult);
@@ -467,14 +442,12 @@ void CZqPlugInParams::NoteListEmptied(DWORD index) {
 
 HRESULT CZqPlugInParams::AddEnvelope(DWORD index, DWORD count, MP_ENVELOPE_SEGMENT* segments) {
   if (segments == nullptr) return E_POINTER;
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount || count == 0) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
+  ZqCriticalSectionLock lock(&m_paramLock);
+  ZqVstParamState* state = StateAt(index);
+  if (state == nullptr || count == 0) return E_INVALIDARG;
   HRESULT hr = S_OK;
   for (DWORD k = 0; k < count && SUCCEEDED(hr); ++k) hr = FlushOne(index, segments[k].rtStart, segments[k].rtEnd);
-  tZQLIST* list = &m_states[index].envelope;
+  tZQLIST* list = &state->envelope;
   const bool had = list->count > 0;
   if (SUCCEEDED(hr)) {
     // The walk's limit is the list's length before the merge, as hosts have
@@ -495,44 +468,33 @@ HRESULT CZqPlugInParams::AddEnvelope(DWORD index, DWORD count, MP_ENVELOPE_SEGME
     }
   }
   if (!had && list->count > 0) NoteListFilled(index);
-  LeaveCriticalSection(&m_paramLock);
   return hr;
 }
 
 HRESULT CZqPlugInParams::FlushEnvelope(DWORD index, REFERENCE_TIME start, REFERENCE_TIME end) {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
+  if (index != 0xFFFFFFFF) return StateAt(index) != nullptr ? FlushOne(index, start, end) : E_INVALIDARG;
   HRESULT hr = S_OK;
-  if (index == 0xFFFFFFFF) {
-    for (DWORD i = 0; i < m_paramCount && SUCCEEDED(hr); ++i) hr = FlushOne(i, start, end);
-  } else if (index < m_paramCount) {
-    hr = FlushOne(index, start, end);
-  } else {
-    hr = E_INVALIDARG;
-  }
-  LeaveCriticalSection(&m_paramLock);
+  for (DWORD i = 0; i < m_paramCount && SUCCEEDED(hr); ++i) hr = FlushOne(i, start, end);
   return hr;
 }
 
 HRESULT CZqPlugInParams::SetTimeFormat(GUID format, MP_TIMEDATA /*data*/) {
-  EnterCriticalSection(&m_paramLock);
-  HRESULT hr = E_FAIL;
   // Hosts that ask for reference time get a failure and the stored format
   // stays; any other format is taken, though envelopes stay in 100 ns units.
-  if (!IsEqualGUID(format, GUID_TIME_REFERENCE)) {
-    m_timeFormat = format;
-    m_timeData = 0;
-    hr = S_OK;
-  }
-  LeaveCriticalSection(&m_paramLock);
-  return hr;
+  if (IsEqualGUID(format, GUID_TIME_REFERENCE)) return E_FAIL;
+  ZqCriticalSectionLock lock(&m_paramLock);
+  m_timeFormat = format;
+  m_timeData = 0;
+  return S_OK;
 }
 
 HRESULT CZqPlugInParams::SetUICallback(IMediaParamsUICallback* callback) {
   if (callback != nullptr) callback->AddRef();
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   IMediaParamsUICallback* old = m_callback;
   m_callback = callback;
-  LeaveCriticalSection(&m_paramLock);
+  lock.Unlock();
   if (old != nullptr) old->Release();
   return S_OK;
 }
@@ -546,32 +508,28 @@ IMediaParamsUICallback* CZqPlugInParams::TakeCallback(DWORD index) {
 // --- Streaming ----------------------------------------------------------------------------
 
 void CZqPlugInParams::StartParamStreaming(DWORD samplesPerSecond) {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   m_streaming = TRUE;
   m_unitsPerSample = samplesPerSecond ? kUnitsPerSecond / samplesPerSecond : 0;
   m_samplesPerUnit = samplesPerSecond / kUnitsPerSecond;
-  LeaveCriticalSection(&m_paramLock);
 }
 
 void CZqPlugInParams::StopParamStreaming() {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   m_streaming = FALSE;
   ClearEnvelopeState();
-  LeaveCriticalSection(&m_paramLock);
 }
 
 void CZqPlugInParams::ClearEnvelopeState() {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   for (DWORD i = 0; i < m_paramCount; ++i) m_states[i].envelopeActive = 0;
-  LeaveCriticalSection(&m_paramLock);
 }
 
 void CZqPlugInParams::SetSampleTimes(REFERENCE_TIME start, REFERENCE_TIME stop) {
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   m_sampleStart = start;
   m_sampleStop = stop;
   m_clock = start;
-  LeaveCriticalSection(&m_paramLock);
 }
 
 DWORD CZqPlugInParams::StepParam(DWORD index, REFERENCE_TIME t, LONGLONG* left, double rateScale) {
@@ -632,7 +590,7 @@ DWORD CZqPlugInParams::StepParam(DWORD index, REFERENCE_TIME t, LONGLONG* left, 
 DWORD CZqPlugInParams::UpdateEnvelopes(DWORD frames, DWORD* changed, double rate) {
   DWORD flags = 0;
   DWORD answer;
-  EnterCriticalSection(&m_paramLock);
+  ZqCriticalSectionLock lock(&m_paramLock);
   if (m_envelopeParams == 0) {
     // No envelope anywhere.  Only after a list emptied can a parameter still
     // be marked active or moving, so the sweep over the parameters happens
@@ -672,7 +630,7 @@ DWORD CZqPlugInParams::UpdateEnvelopes(DWORD frames, DWORD* changed, double rate
     m_clock += limit;
     answer = static_cast<DWORD>(limit * m_samplesPerUnit + 0.5);
   }
-  LeaveCriticalSection(&m_paramLock);
+  lock.Unlock();
   if (changed != nullptr) *changed |= flags;
   return answer;
 }
@@ -681,28 +639,22 @@ DWORD CZqPlugInParams::UpdateEnvelopes(DWORD frames, DWORD* changed, double rate
 
 HRESULT CZqPlugInParams::GetNormalizedParam(DWORD index, float* value) {
   if (value == nullptr) return E_POINTER;
-  EnterCriticalSection(&m_paramLock);
-  HRESULT hr = E_INVALIDARG;
-  if (index < m_paramCount) {
-    *value = ToNormalized(m_infos[index].mpi, m_states[index].value);
-    hr = S_OK;
-  }
-  LeaveCriticalSection(&m_paramLock);
-  return hr;
+  ZqCriticalSectionLock lock(&m_paramLock);
+  const ZqVstParamState* state = StateAt(index);
+  if (state == nullptr) return E_INVALIDARG;
+  *value = ToNormalized(m_infos[index].mpi, state->value);
+  return S_OK;
 }
 
 HRESULT CZqPlugInParams::SetNormalizedParam(DWORD index, float normalized) {
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
-  ZqVstParamState& state = m_states[index];
+  ZqCriticalSectionLock lock(&m_paramLock);
+  ZqVstParamState* state = StateAt(index);
+  if (state == nullptr) return E_INVALIDARG;
   float value = ToOutward(m_infos[index].mpi, normalized);
-  const bool moved = value != state.value;
-  state.value = value;
+  const bool moved = value != state->value;
+  state->value = value;
   IMediaParamsUICallback* callback = moved ? TakeCallback(index) : nullptr;
-  LeaveCriticalSection(&m_paramLock);
+  lock.Unlock();
   if (callback != nullptr) {
     DWORD indexes[1] = {index};
     MP_DATA values[1] = {value};
@@ -722,52 +674,38 @@ HRESULT CZqPlugInParams::GetAllNormalizedParams(float* values) {
   return S_OK;
 }
 
-HRESULT CZqPlugInParams::BeginParamCapture(DWORD index) {
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
-  }
-  ZqVstParamState& state = m_states[index];
-  const bool opened = !state.captureOpen;
-  state.captureOpen = 1;
-  IMediaParamsUICallback* callback = opened ? TakeCallback(index) : nullptr;
-  LeaveCriticalSection(&m_paramLock);
-  if (callback != nullptr) {
-    DWORD indexes[1] = {index};
-    callback->ParamsBeginCapture(indexes, 1);
-    callback->Release();
-  }
-  return opened ? S_OK : S_FALSE;
-}
+HRESULT CZqPlugInParams::BeginParamCapture(DWORD index) { return ChangeCapture(index, true); }
 
-HRESULT CZqPlugInParams::EndParamCapture(DWORD index) {
-  EnterCriticalSection(&m_paramLock);
-  if (index >= m_paramCount) {
-    LeaveCriticalSection(&m_paramLock);
-    return E_INVALIDARG;
+HRESULT CZqPlugInParams::EndParamCapture(DWORD index) { return ChangeCapture(index, false); }
+
+HRESULT CZqPlugInParams::ChangeCapture(DWORD index, bool open) {
+  ZqCriticalSectionLock lock(&m_paramLock);
+  ZqVstParamState* state = StateAt(index);
+  if (state == nullptr) return E_INVALIDARG;
+  const bool changed = (state->captureOpen != 0) != open;
+  if (changed) {
+    state->captureOpen = open ? 1 : 0;
+    // The envelope takes the parameter back at the next step.
+    if (!open) state->captureEnded = 1;
   }
-  ZqVstParamState& state = m_states[index];
-  const bool closed = state.captureOpen != 0;
-  if (closed) {
-    state.captureOpen = 0;
-    state.captureEnded = 1;
-  }
-  IMediaParamsUICallback* callback = closed ? TakeCallback(index) : nullptr;
-  LeaveCriticalSection(&m_paramLock);
+  IMediaParamsUICallback* callback = changed ? TakeCallback(index) : nullptr;
+  lock.Unlock();
   if (callback != nullptr) {
     DWORD indexes[1] = {index};
-    callback->ParamsEndCapture(indexes, 1);
+    if (open) {
+      callback->ParamsBeginCapture(indexes, 1);
+    } else {
+      callback->ParamsEndCapture(indexes, 1);
+    }
     callback->Release();
   }
-  return closed ? S_OK : S_FALSE;
+  return changed ? S_OK : S_FALSE;
 }
 
 BOOL CZqPlugInParams::IsParamDrivenByEnvelope(DWORD index) {
-  EnterCriticalSection(&m_paramLock);
-  BOOL driven = index < m_paramCount && m_streaming && m_states[index].envelopeActive;
-  LeaveCriticalSection(&m_paramLock);
-  return driven;
+  ZqCriticalSectionLock lock(&m_paramLock);
+  const ZqVstParamState* state = StateAt(index);
+  return state != nullptr && m_streaming && state->envelopeActive;
 }
 
 // --- The effect ------------------------------------------------------------------------------------

@@ -243,4 +243,9 @@ class CZqPlugInParams : public IMediaParamInfo, public IMediaParams, public IMed
   void NoteListEmptied(DWORD index);
   // The callback with a reference, or null; taken under the lock.
   IMediaParamsUICallback* TakeCallback(DWORD index);
+  // The state of parameter `index`, or null beyond the count; under the lock.
+  ZqVstParamState* StateAt(DWORD index) const { return index < m_paramCount ? &m_states[index] : nullptr; }
+  // Opens or closes the user's hold on a parameter and tells the callback
+  // (outside the lock) when that changed its state.
+  HRESULT ChangeCapture(DWORD index, bool open);
 };

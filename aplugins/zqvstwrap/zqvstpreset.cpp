@@ -229,17 +229,6 @@ HRESULT ReadChunk(IStream* stream, ULONG size, Block* block) {
   return S_OK;
 }
 
-// The chunk forms, program and bank alike: their fixed record, then a chunk
-// of the size the record gives.  A size of 0 or less is E_UNEXPECTED.
-template <class Record>
-HRESULT ReadChunkForm(IStream* stream, Record* record, int32_t* size, Block* chunk) {
-  HRESULT hr = ReadAll(stream, record, sizeof *record);
-  if (FAILED(hr)) return hr;
-  *size = static_cast<int32_t>(FromWire(record->chunkSize));
-  if (*size <= 0) return E_UNEXPECTED;
-  return ReadChunk(stream, static_cast<ULONG>(*size), chunk);
-}
-
 // Reads the six common words and puts the stream back where it was.
 HRESULT PeekCommonHeader(IStream* stream, FxCommonHeader* header) {
   ULONG got = 0;
@@ -301,6 +290,61 @@ HRESULT ChunkSizeOnly(CZqVstEffect* effect, VstInt32 index, ULONG header, ULONG*
   return S_OK;
 }
 
+FxCommonHeader& CommonOf(FxChunkProgramRecord& record) { return record.program.common; }
+FxCommonHeader& CommonOf(FxChunkBankRecord& record) { return record.bank.common; }
+
+// The chunk forms, program and bank alike: the fixed record, then the
+// plug-in's chunk (`index` 0 bank, 1 program).  `fillForm` sets the record's
+// own words, in wire order.  Without a stream only the size is told.
+template <class Record, class FillForm>
+HRESULT WriteChunkForm(CZqVstEffect* effect, VstInt32 index, VstInt32 form, IStream* stream, ULONG* size,
+                       FillForm fillForm) {
+  if (stream == nullptr) return ChunkSizeOnly(effect, index, sizeof(Record), size);
+  Block chunk;
+  ULONG chunkSize = 0;
+  HRESULT hr = CopyPluginChunk(effect, index, &chunk, &chunkSize);
+  if (FAILED(hr)) return hr;
+  Record record{};
+  FillCommon(CommonOf(record), form, chunkSize + sizeof record - 8, effect->Effect());
+  fillForm(record);
+  record.chunkSize = ToWire(chunkSize);
+  CommonToWire(CommonOf(record));
+  ULONG total = 0;
+  hr = WriteAll(stream, &record, sizeof record, &total);
+  if (SUCCEEDED(hr)) hr = WriteAll(stream, chunk.Data(), chunkSize, &total);
+  if (size) *size = total;
+  return FAILED(hr) ? hr : S_OK;
+}
+
+// Loads a chunk form, program and bank alike, into a chunk plug-in: the
+// fixed record, then a chunk of the size the record gives, handed to the
+// plug-in with `index` (0 bank, 1 program).  ZQ_E_BAD_FILE for a plug-in
+// without chunks; a size of 0 or less is E_UNEXPECTED.  The plug-in's answer
+// is not a verdict on the file: it is not looked at.
+template <class Record>
+HRESULT LoadChunkForm(CZqVstEffect* effect, VstInt32 index, IStream* stream, Record* record) {
+  if (!(effect->Effect()->flags & effFlagsProgramChunks)) return ZQ_E_BAD_FILE;
+  HRESULT hr = ReadAll(stream, record, sizeof *record);
+  if (FAILED(hr)) return hr;
+  const int32_t size = static_cast<int32_t>(FromWire(record->chunkSize));
+  if (size <= 0) return E_UNEXPECTED;
+  Block chunk;
+  hr = ReadChunk(stream, static_cast<ULONG>(size), &chunk);
+  if (FAILED(hr)) return hr;
+  effect->Dispatch(effSetChunk, index, size, chunk.Data());
+  return S_OK;
+}
+
+// Before a load: reads the common words and puts the stream back.
+// E_INVALIDARG without a stream, ZQ_E_BAD_FILE for a file that is not for
+// this plug-in.
+HRESULT PeekHeaderFor(IStream* stream, const AEffect* effect, FxCommonHeader* header) {
+  if (stream == nullptr) return E_INVALIDARG;
+  HRESULT hr = PeekCommonHeader(stream, header);
+  if (FAILED(hr)) return hr;
+  return FitsPlugin(*header, effect) ? S_OK : ZQ_E_BAD_FILE;
+}
+
 }  // namespace
 
 // --- SavePreset ---------------------------------------------------------------
@@ -314,22 +358,11 @@ HRESULT CZqVstEffect::SavePreset(IStream* stream, ULONG* size) {
   DispatchForText(effGetProgramName, 0, name, 32);
 
   if (effect->flags & effFlagsProgramChunks) {
-    if (stream == nullptr) return ChunkSizeOnly(this, 1, sizeof(FxChunkProgramRecord), size);
-    Block chunk;
-    ULONG chunkSize = 0;
-    HRESULT hr = CopyPluginChunk(this, 1, &chunk, &chunkSize);
-    if (FAILED(hr)) return hr;
-    FxChunkProgramRecord record{};
-    FillCommon(record.program.common, chunkPresetMagic, chunkSize + sizeof record - 8, effect);
-    record.program.numParams = ToWire(Count(effect->numParams));
-    NameToField(record.program.name, name);
-    record.chunkSize = ToWire(chunkSize);
-    CommonToWire(record.program.common);
-    ULONG total = 0;
-    hr = WriteAll(stream, &record, sizeof record, &total);
-    if (SUCCEEDED(hr)) hr = WriteAll(stream, chunk.Data(), chunkSize, &total);
-    if (size) *size = total;
-    return FAILED(hr) ? hr : S_OK;
+    auto fillForm = [&](FxChunkProgramRecord& record) {
+      record.program.numParams = ToWire(Count(effect->numParams));
+      NameToField(record.program.name, name);
+    };
+    return WriteChunkForm<FxChunkProgramRecord>(this, 1, chunkPresetMagic, stream, size, fillForm);
   }
 
   // One float a parameter; the count is the plug-in's, so it is bounded only
@@ -368,12 +401,10 @@ HRESULT CZqVstEffect::SavePreset(IStream* stream, ULONG* size) {
 HRESULT CZqVstEffect::LoadPreset(IStream* stream) {
   AEffect* effect = m_effect;
   if (effect == nullptr || effect->numPrograms < 1) return S_FALSE;
-  if (stream == nullptr) return E_INVALIDARG;
 
   FxCommonHeader header;
-  HRESULT hr = PeekCommonHeader(stream, &header);
+  HRESULT hr = PeekHeaderFor(stream, effect, &header);
   if (FAILED(hr)) return hr;
-  if (!FitsPlugin(header, effect)) return ZQ_E_BAD_FILE;
 
   WCHAR name[32] = {};
   if (header.fxMagic == static_cast<uint32_t>(fMagic)) {
@@ -398,16 +429,10 @@ HRESULT CZqVstEffect::LoadPreset(IStream* stream) {
     }
     NameFromField(name, record.name);
   } else if (header.fxMagic == static_cast<uint32_t>(chunkPresetMagic)) {
-    if (!(effect->flags & effFlagsProgramChunks)) return ZQ_E_BAD_FILE;
     FxChunkProgramRecord record;
-    int32_t chunkSize = 0;
-    Block chunk;
-    hr = ReadChunkForm(stream, &record, &chunkSize, &chunk);
+    hr = LoadChunkForm(this, 1, stream, &record);
     if (FAILED(hr)) return hr;
-    // The plug-in's answer is not a verdict on the file: it is not looked at.
-    Dispatch(effSetChunk, 1, chunkSize, chunk.Data());
     NameFromField(name, record.program.name);
-    hr = S_OK;
   } else {
     return ZQ_E_BAD_FILE;
   }
@@ -427,21 +452,8 @@ HRESULT CZqVstEffect::SaveBank(IStream* stream, ULONG* size) {
   if (effect == nullptr || effect->numPrograms < 1) return S_FALSE;
 
   if (effect->flags & effFlagsProgramChunks) {
-    if (stream == nullptr) return ChunkSizeOnly(this, 0, sizeof(FxChunkBankRecord), size);
-    Block chunk;
-    ULONG chunkSize = 0;
-    HRESULT hr = CopyPluginChunk(this, 0, &chunk, &chunkSize);
-    if (FAILED(hr)) return hr;
-    FxChunkBankRecord record{};
-    FillCommon(record.bank.common, chunkBankMagic, chunkSize + sizeof record - 8, effect);
-    record.bank.numPrograms = ToWire(Count(effect->numPrograms));
-    record.chunkSize = ToWire(chunkSize);
-    CommonToWire(record.bank.common);
-    ULONG total = 0;
-    hr = WriteAll(stream, &record, sizeof record, &total);
-    if (SUCCEEDED(hr)) hr = WriteAll(stream, chunk.Data(), chunkSize, &total);
-    if (size) *size = total;
-    return FAILED(hr) ? hr : S_OK;
+    auto fillForm = [&](FxChunkBankRecord& record) { record.bank.numPrograms = ToWire(Count(effect->numPrograms)); };
+    return WriteChunkForm<FxChunkBankRecord>(this, 0, chunkBankMagic, stream, size, fillForm);
   }
 
   // The programs are saved one by one into the stream, so a bank of this form
@@ -493,12 +505,10 @@ HRESULT CZqVstEffect::SaveBank(IStream* stream, ULONG* size) {
 HRESULT CZqVstEffect::LoadBank(IStream* stream, LONG program) {
   AEffect* effect = m_effect;
   if (effect == nullptr || effect->numPrograms < 1) return S_FALSE;
-  if (stream == nullptr) return E_INVALIDARG;
 
   FxCommonHeader header;
-  HRESULT hr = PeekCommonHeader(stream, &header);
+  HRESULT hr = PeekHeaderFor(stream, effect, &header);
   if (FAILED(hr)) return hr;
-  if (!FitsPlugin(header, effect)) return ZQ_E_BAD_FILE;
 
   if (header.fxMagic == static_cast<uint32_t>(bankMagic)) {
     FxBankRecord record;
@@ -514,13 +524,9 @@ HRESULT CZqVstEffect::LoadBank(IStream* stream, LONG program) {
       if (FAILED(hr)) return hr;
     }
   } else if (header.fxMagic == static_cast<uint32_t>(chunkBankMagic)) {
-    if (!(effect->flags & effFlagsProgramChunks)) return ZQ_E_BAD_FILE;
     FxChunkBankRecord record;
-    int32_t chunkSize = 0;
-    Block chunk;
-    hr = ReadChunkForm(stream, &record, &chunkSize, &chunk);
+    hr = LoadChunkForm(this, 0, stream, &record);
     if (FAILED(hr)) return hr;
-    Dispatch(effSetChunk, 0, chunkSize, chunk.Data());
   } else {
     return ZQ_E_BAD_FILE;
   }

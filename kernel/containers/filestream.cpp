@@ -53,34 +53,8 @@ HRESULT CZqFileStream::Write(const void* buffer, ULONG size, ULONG* written) {
 }
 
 HRESULT CZqFileStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) {
-  const LONGLONG offset = move.QuadPart;
-  HRESULT hr = S_OK;
-  ULONGLONG base = 0;
-  switch (origin) {
-    case STREAM_SEEK_SET:
-      if (offset < 0) hr = STG_E_INVALIDFUNCTION;
-      break;
-    case STREAM_SEEK_CUR:
-      base = m_position;
-      break;
-    case STREAM_SEEK_END:
-      base = m_size;
-      if (offset > 0) hr = STG_E_INVALIDFUNCTION;
-      break;
-    default:
-      hr = STG_E_INVALIDFUNCTION;
-      break;
-  }
-  if (SUCCEEDED(hr)) {
-    // Moving back past the start (or forward past the largest position)
-    // would wrap round.
-    const ULONGLONG target = base + static_cast<ULONGLONG>(offset);
-    if ((offset < 0 && static_cast<ULONGLONG>(-(offset + 1)) >= base) || (offset > 0 && target < base)) {
-      hr = STG_E_INVALIDFUNCTION;
-    } else {
-      m_position = target;
-    }
-  }
+  // The file pointer itself moves only at the next read or write.
+  const HRESULT hr = ZqStreamSeekTarget(move.QuadPart, origin, m_position, m_size, &m_position);
   if (newPosition) newPosition->QuadPart = m_position;
   return hr;
 }
@@ -98,13 +72,5 @@ ZQ_API HRESULT ZqCreateStreamFromFile(HANDLE file, IStream** stream) {
   if (stream == nullptr) return E_INVALIDARG;
   *stream = nullptr;
   if (file == nullptr) return E_INVALIDARG;
-  CZqFileStream* made = new (std::nothrow) CZqFileStream();
-  if (made == nullptr) return E_OUTOFMEMORY;
-  HRESULT hr = made->Init(file);
-  if (FAILED(hr)) {
-    made->Release();
-    return hr;
-  }
-  *stream = made;
-  return S_OK;
+  return ZqStreamMake<CZqFileStream>(stream, [&](CZqFileStream* made) { return made->Init(file); });
 }

@@ -66,33 +66,11 @@ HRESULT CZqMemStream::Write(const void* buffer, ULONG size, ULONG* written) {
 }
 
 HRESULT CZqMemStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) {
-  const LONGLONG offset = move.QuadPart;
-  HRESULT hr = S_OK;
-  ULONGLONG base = 0;
-  switch (origin) {
-    case STREAM_SEEK_SET:
-      break;
-    case STREAM_SEEK_CUR:
-      base = m_position;
-      break;
-    case STREAM_SEEK_END:
-      base = m_length;
-      if (offset > 0) hr = STG_E_INVALIDFUNCTION;
-      break;
-    default:
-      hr = STG_E_INVALIDFUNCTION;
-      break;
-  }
-  if (SUCCEEDED(hr)) {
-    const ULONGLONG target = base + static_cast<ULONGLONG>(offset);
-    const bool beforeStart = offset < 0 && static_cast<ULONGLONG>(-(offset + 1)) >= base;
-    const bool wrapped = offset > 0 && target < base;
-    if (beforeStart || wrapped || target > m_capacity) {
-      hr = STG_E_INVALIDFUNCTION;
-    } else {
-      m_position = target;
-    }
-  }
+  ULONGLONG target = 0;
+  HRESULT hr = ZqStreamSeekTarget(move.QuadPart, origin, m_position, m_length, &target);
+  // The block cannot grow: a position past its capacity is refused.
+  if (SUCCEEDED(hr) && target > m_capacity) hr = STG_E_INVALIDFUNCTION;
+  if (SUCCEEDED(hr)) m_position = target;
   if (newPosition) newPosition->QuadPart = m_position;
   return hr;
 }
@@ -121,15 +99,8 @@ ZQ_API HRESULT ZqCreateStreamFromMemory64(void* data, ULONGLONG capacity, ULONGL
   if (stream == nullptr) return E_INVALIDARG;
   *stream = nullptr;
   if (data == nullptr) return E_INVALIDARG;
-  CZqMemStream* made = new (std::nothrow) CZqMemStream();
-  if (made == nullptr) return E_OUTOFMEMORY;
-  HRESULT hr = made->Init(data, capacity, length, copy);
-  if (FAILED(hr)) {
-    made->Release();
-    return hr;
-  }
-  *stream = made;
-  return S_OK;
+  return ZqStreamMake<CZqMemStream>(stream,
+                                    [&](CZqMemStream* made) { return made->Init(data, capacity, length, copy); });
 }
 
 ZQ_API HRESULT ZqCreateStreamFromMemory(void* data, ULONG capacity, ULONG length, IStream** stream, BOOL copy) {

@@ -2,15 +2,6 @@
 
 #include <cstring>
 
-namespace {
-
-// Whether base + offset would lie before 0.
-bool BeforeZero(ULONGLONG base, LONGLONG offset) {
-  return offset < 0 && static_cast<ULONGLONG>(-(offset + 1)) >= base;
-}
-
-}  // namespace
-
 CZqProtectedStream::~CZqProtectedStream() {
   if (m_inner) m_inner->Release();
 }
@@ -95,7 +86,8 @@ HRESULT CZqProtectedStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGE
     case STREAM_SEEK_SET:
       if (limited) {
         const ULONGLONG target = m_start + static_cast<ULONGLONG>(offset);
-        if (m_limitEnd && m_readMode == ZQPROTECTED_READ_CLIP && !BeforeZero(m_start, offset) && target > end) {
+        if (m_limitEnd && m_readMode == ZQPROTECTED_READ_CLIP && !ZqStreamBeforeZero(m_start, offset) &&
+            target > end) {
           return STG_E_INVALIDFUNCTION;
         }
         to.QuadPart = static_cast<LONGLONG>(target);
@@ -107,15 +99,15 @@ HRESULT CZqProtectedStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGE
         HRESULT hr = InnerPosition(&p);
         if (FAILED(hr)) return hr;
         const ULONGLONG target = p + static_cast<ULONGLONG>(offset);
-        if (BeforeZero(p, offset) || target < m_start) return STG_E_INVALIDFUNCTION;
-        if (m_limitEnd && (target > end || (offset > 0 && target < p))) return STG_E_INVALIDFUNCTION;
+        if (ZqStreamBeforeZero(p, offset) || target < m_start) return STG_E_INVALIDFUNCTION;
+        if (m_limitEnd && (target > end || ZqStreamWrapsRound(p, offset))) return STG_E_INVALIDFUNCTION;
         to.QuadPart = static_cast<LONGLONG>(target);
         innerOrigin = STREAM_SEEK_SET;
       }
       break;
     case STREAM_SEEK_END:
       if (m_limitEnd) {
-        if (offset > 0 || BeforeZero(m_length, offset)) return STG_E_INVALIDFUNCTION;
+        if (offset > 0 || ZqStreamBeforeZero(m_length, offset)) return STG_E_INVALIDFUNCTION;
         to.QuadPart = static_cast<LONGLONG>(end + static_cast<ULONGLONG>(offset));
         innerOrigin = STREAM_SEEK_SET;
       }
@@ -195,15 +187,7 @@ ZQ_API HRESULT ZqProtectedStream_CreateFromStream(IStream* inner, IZqProtectedSt
   if (stream == nullptr) return E_INVALIDARG;
   *stream = nullptr;
   if (inner == nullptr) return E_INVALIDARG;
-  CZqProtectedStream* made = new (std::nothrow) CZqProtectedStream();
-  if (made == nullptr) return E_OUTOFMEMORY;
-  HRESULT hr = made->AttachStream(inner);
-  if (FAILED(hr)) {
-    made->Release();
-    return hr;
-  }
-  *stream = made;
-  return S_OK;
+  return ZqStreamMake<CZqProtectedStream>(stream, [&](CZqProtectedStream* made) { return made->AttachStream(inner); });
 }
 
 namespace {

@@ -27,6 +27,26 @@ HRESULT ZqStreamStatusFromPlatformError(DWORD error) {
   return E_FAIL;
 }
 
+HRESULT ZqStreamSeekTarget(LONGLONG offset, DWORD origin, ULONGLONG position, ULONGLONG end, ULONGLONG* target) {
+  ULONGLONG base = 0;
+  switch (origin) {
+    case STREAM_SEEK_SET:
+      break;
+    case STREAM_SEEK_CUR:
+      base = position;
+      break;
+    case STREAM_SEEK_END:
+      if (offset > 0) return STG_E_INVALIDFUNCTION;
+      base = end;
+      break;
+    default:
+      return STG_E_INVALIDFUNCTION;
+  }
+  if (ZqStreamBeforeZero(base, offset) || ZqStreamWrapsRound(base, offset)) return STG_E_INVALIDFUNCTION;
+  *target = base + static_cast<ULONGLONG>(offset);
+  return S_OK;
+}
+
 BOOL ZqStreamReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read) {
   return ReadFile(file, buffer, size, read, nullptr);
 }

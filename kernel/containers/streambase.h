@@ -43,6 +43,36 @@ class ZqStreamObject : public ZqComObject<Derived, Interface>, public ZqStreamMe
   ~ZqStreamObject() = default;
 };
 
+// Makes a `Stream`, lets `init` set it up and hands it out in *stream; one
+// whose set-up fails is released and the failure answered.
+template <class Stream, class Out, class Init>
+HRESULT ZqStreamMake(Out** stream, Init init) {
+  Stream* made = new (std::nothrow) Stream();
+  if (made == nullptr) return E_OUTOFMEMORY;
+  const HRESULT hr = init(made);
+  if (FAILED(hr)) {
+    made->Release();
+    return hr;
+  }
+  *stream = made;
+  return S_OK;
+}
+
+// Seek arithmetic on unsigned positions: whether `base` + `offset` would lie
+// before 0, or wrap round past the largest position.
+inline bool ZqStreamBeforeZero(ULONGLONG base, LONGLONG offset) {
+  return offset < 0 && static_cast<ULONGLONG>(-(offset + 1)) >= base;
+}
+inline bool ZqStreamWrapsRound(ULONGLONG base, LONGLONG offset) {
+  return offset > 0 && base + static_cast<ULONGLONG>(offset) < base;
+}
+
+// Where a seek of a stream that keeps its own position lands: `offset` from
+// 0, from `position` or from `end`, by `origin`.  STG_E_INVALIDFUNCTION (and
+// *target untouched) for an unknown origin, a move forward from the end, and
+// a target before 0 or past the largest position.
+HRESULT ZqStreamSeekTarget(LONGLONG offset, DWORD origin, ULONGLONG position, ULONGLONG end, ULONGLONG* target);
+
 // The status for a platform error number, by the kernel's error table: the
 // numbers it singles out get their own status, every other number
 // (including those it does not list) E_FAIL, and 0 gives S_OK.  This belongs

@@ -8,15 +8,7 @@ CZqTextStream::~CZqTextStream() { ZqMemory_Free(m_buffer); }
 HRESULT CZqTextStream::Create(CZqTextStream** stream) {
   if (stream == nullptr) return E_INVALIDARG;
   *stream = nullptr;
-  CZqTextStream* made = new (std::nothrow) CZqTextStream();
-  if (made == nullptr) return E_OUTOFMEMORY;
-  HRESULT hr = made->Init();
-  if (FAILED(hr)) {
-    made->Release();
-    return hr;
-  }
-  *stream = made;
-  return S_OK;
+  return ZqStreamMake<CZqTextStream>(stream, [](CZqTextStream* made) { return made->Init(); });
 }
 
 HRESULT CZqTextStream::Init() {

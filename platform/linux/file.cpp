@@ -196,6 +196,22 @@ bool FullWrite(int fd, const void* buffer, size_t size, size_t* written) {
   return true;
 }
 
+// Reads until `size` bytes came or the file ended.
+bool FullRead(int fd, void* buffer, size_t size, size_t* done) {
+  char* p = static_cast<char*>(buffer);
+  *done = 0;
+  while (*done < size) {
+    const ssize_t n = read(fd, p + *done, size - *done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (n == 0) break;
+    *done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
 // Copies a file's contents, permissions and time of last write.
 bool CopyContents(const std::string& from, const std::string& to, bool failIfExists) {
   const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
@@ -350,41 +366,33 @@ static bool SeekToOverlappedOffset(int fd, const OVERLAPPED* overlapped) {
   return false;
 }
 
-BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, DWORD* bytesRead, OVERLAPPED* overlapped) {
-  if (bytesRead) *bytesRead = 0;
+// ReadFile and WriteFile: `transfer` moves the bytes at the file's
+// descriptor and tells how many moved, also when it fails.
+template <class Transfer>
+static BOOL TransferFile(HANDLE handle, const OVERLAPPED* overlapped, DWORD* count, Transfer transfer) {
+  if (count) *count = 0;
   Ref<FileObject> f = LookupFile(handle);
   if (!f) return FALSE;
   if (!SeekToOverlappedOffset(f->fd, overlapped)) return FALSE;
   size_t done = 0;
-  char* p = static_cast<char*>(buffer);
-  while (done < size) {
-    const ssize_t n = read(f->fd, p + done, size - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      SetLastError(errno == EBADF ? ERROR_ACCESS_DENIED : ZqErrorFromErrno(errno));
-      if (bytesRead) *bytesRead = static_cast<DWORD>(done);
-      return FALSE;
-    }
-    if (n == 0) break;
-    done += static_cast<size_t>(n);
-  }
-  if (bytesRead) *bytesRead = static_cast<DWORD>(done);
-  return TRUE;
-}
-
-BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, DWORD* bytesWritten, OVERLAPPED* overlapped) {
-  if (bytesWritten) *bytesWritten = 0;
-  Ref<FileObject> f = LookupFile(handle);
-  if (!f) return FALSE;
-  if (!SeekToOverlappedOffset(f->fd, overlapped)) return FALSE;
-  size_t written = 0;
-  const bool ok = FullWrite(f->fd, buffer, size, &written);
-  if (bytesWritten) *bytesWritten = static_cast<DWORD>(written);
+  const bool ok = transfer(f->fd, &done);
+  if (count) *count = static_cast<DWORD>(done);
   if (!ok) {
+    // A file not opened for this direction answers EBADF.
     SetLastError(errno == EBADF ? ERROR_ACCESS_DENIED : ZqErrorFromErrno(errno));
     return FALSE;
   }
   return TRUE;
+}
+
+BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, DWORD* bytesRead, OVERLAPPED* overlapped) {
+  return TransferFile(handle, overlapped, bytesRead,
+                      [&](int fd, size_t* done) { return FullRead(fd, buffer, size, done); });
+}
+
+BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, DWORD* bytesWritten, OVERLAPPED* overlapped) {
+  return TransferFile(handle, overlapped, bytesWritten,
+                      [&](int fd, size_t* done) { return FullWrite(fd, buffer, size, done); });
 }
 
 BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* newPosition, DWORD method) {

@@ -101,7 +101,36 @@ WindowRecord* FindWindow(HWND window) {
   return it == T().windows.end() ? nullptr : &it->second;
 }
 
-void DropWindowState(QueueObject* q, HWND window) {
+// The window's record, or null with ERROR_INVALID_WINDOW_HANDLE.
+WindowRecord* FindWindowOrFail(HWND window) {
+  WindowRecord* w = FindWindow(window);
+  if (w == nullptr) SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+  return w;
+}
+
+// A window of the calling thread's, or null with the error: only its owner
+// may run its procedure or destroy it.
+WindowRecord* FindOwnWindowOrFail(HWND window) {
+  WindowRecord* w = FindWindowOrFail(window);
+  if (w != nullptr && w->queue->threadId != GetCurrentThreadId()) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return nullptr;
+  }
+  return w;
+}
+
+// The queue that messages and timers for `window` go to: `own` when given
+// (the caller's queue, taken before the lock, for a null window), else the
+// window's; null with the error for an unknown window.
+QueueObject* TargetQueueOrFail(QueueObject* own, HWND window) {
+  if (own != nullptr) return own;
+  WindowRecord* w = FindWindowOrFail(window);
+  return w != nullptr ? w->queue : nullptr;
+}
+
+// The window is gone: its record, its timers and what was posted to it.
+void ForgetWindow(QueueObject* q, HWND window) {
+  T().windows.erase(reinterpret_cast<uintptr_t>(window));
   std::erase_if(q->timers, [&](const Timer& t) { return t.window == window; });
   std::erase_if(q->posted, [&](const MSG& m) { return m.hwnd == window; });
 }
@@ -237,8 +266,7 @@ HWND ZqCreateWindow(WNDPROC procedure, LONG_PTR userData) {
   }
   if (procedure(window, WM_CREATE, 0, userData) == -1) {
     std::lock_guard<std::mutex> guard(WaitLock());
-    T().windows.erase(reinterpret_cast<uintptr_t>(window));
-    DropWindowState(q, window);
+    ForgetWindow(q, window);
     SetLastError(ERROR_SUCCESS);
     return nullptr;
   }
@@ -250,15 +278,8 @@ BOOL DestroyWindow(HWND window) {
   QueueObject* q;
   {
     std::lock_guard<std::mutex> guard(WaitLock());
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return FALSE;
-    }
-    if (w->queue->threadId != GetCurrentThreadId()) {
-      SetLastError(ERROR_ACCESS_DENIED);
-      return FALSE;
-    }
+    WindowRecord* w = FindOwnWindowOrFail(window);
+    if (w == nullptr) return FALSE;
     if (w->destroying) return TRUE;
     w->destroying = true;
     procedure = w->procedure;
@@ -267,8 +288,7 @@ BOOL DestroyWindow(HWND window) {
   procedure(window, WM_DESTROY, 0, 0);
   procedure(window, WM_NCDESTROY, 0, 0);
   std::lock_guard<std::mutex> guard(WaitLock());
-  T().windows.erase(reinterpret_cast<uintptr_t>(window));
-  DropWindowState(q, window);
+  ForgetWindow(q, window);
   return TRUE;
 }
 
@@ -281,11 +301,8 @@ DWORD GetWindowThreadProcessId(HWND window, DWORD* processId) {
   DWORD thread;
   {
     std::lock_guard<std::mutex> guard(WaitLock());
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return 0;
-    }
+    WindowRecord* w = FindWindowOrFail(window);
+    if (w == nullptr) return 0;
     thread = w->queue->threadId;
   }
   if (processId) *processId = GetCurrentProcessId();
@@ -294,11 +311,8 @@ DWORD GetWindowThreadProcessId(HWND window, DWORD* processId) {
 
 LONG_PTR GetWindowLongPtrW(HWND window, int index) {
   std::lock_guard<std::mutex> guard(WaitLock());
-  WindowRecord* w = FindWindow(window);
-  if (w == nullptr) {
-    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-    return 0;
-  }
+  WindowRecord* w = FindWindowOrFail(window);
+  if (w == nullptr) return 0;
   switch (index) {
     case GWLP_USERDATA: return w->userData;
     case GWLP_WNDPROC: return reinterpret_cast<LONG_PTR>(w->procedure);
@@ -308,11 +322,8 @@ LONG_PTR GetWindowLongPtrW(HWND window, int index) {
 
 LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value) {
   std::lock_guard<std::mutex> guard(WaitLock());
-  WindowRecord* w = FindWindow(window);
-  if (w == nullptr) {
-    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-    return 0;
-  }
+  WindowRecord* w = FindWindowOrFail(window);
+  if (w == nullptr) return 0;
   SetLastError(ERROR_SUCCESS);
   LONG_PTR previous;
   switch (index) {
@@ -341,15 +352,8 @@ BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   QueueObject* own = window == nullptr ? CurrentQueue() : nullptr;
   const MSG m{window, message, wParam, lParam, GetTickCount(), {0, 0}};
   std::lock_guard<std::mutex> guard(WaitLock());
-  QueueObject* q = own;
-  if (q == nullptr) {
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return FALSE;
-    }
-    q = w->queue;
-  }
+  QueueObject* q = TargetQueueOrFail(own, window);
+  if (q == nullptr) return FALSE;
   q->posted.push_back(m);
   Wake(q);
   return TRUE;
@@ -374,11 +378,8 @@ LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   WNDPROC direct = nullptr;
   {
     std::lock_guard<std::mutex> guard(WaitLock());
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return 0;
-    }
+    WindowRecord* w = FindWindowOrFail(window);
+    if (w == nullptr) return 0;
     if (w->queue == own) {
       direct = w->procedure;
     } else {
@@ -441,15 +442,8 @@ LRESULT DispatchMessageW(const MSG* message) {
   WNDPROC procedure;
   {
     std::lock_guard<std::mutex> guard(WaitLock());
-    WindowRecord* w = FindWindow(message->hwnd);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return 0;
-    }
-    if (w->queue->threadId != GetCurrentThreadId()) {
-      SetLastError(ERROR_ACCESS_DENIED);
-      return 0;
-    }
+    WindowRecord* w = FindOwnWindowOrFail(message->hwnd);
+    if (w == nullptr) return 0;
     procedure = w->procedure;
   }
   return procedure(message->hwnd, message->message, message->wParam, message->lParam);
@@ -473,15 +467,8 @@ UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC procedure) {
   const UINT ms = ClampElapse(elapse);
   const Clock::time_point due = Clock::now() + std::chrono::milliseconds(ms);
   std::lock_guard<std::mutex> guard(WaitLock());
-  QueueObject* q = own;
-  if (q == nullptr) {
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return 0;
-    }
-    q = w->queue;
-  }
+  QueueObject* q = TargetQueueOrFail(own, window);
+  if (q == nullptr) return 0;
   Timer* existing = nullptr;
   if (window != nullptr || id != 0) {
     for (Timer& t : q->timers) {
@@ -505,15 +492,8 @@ UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT elapse, TIMERPROC procedure) {
 BOOL KillTimer(HWND window, UINT_PTR id) {
   QueueObject* own = window == nullptr ? CurrentQueue() : nullptr;
   std::lock_guard<std::mutex> guard(WaitLock());
-  QueueObject* q = own;
-  if (q == nullptr) {
-    WindowRecord* w = FindWindow(window);
-    if (w == nullptr) {
-      SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-      return FALSE;
-    }
-    q = w->queue;
-  }
+  QueueObject* q = TargetQueueOrFail(own, window);
+  if (q == nullptr) return FALSE;
   const size_t removed =
       std::erase_if(q->timers, [&](const Timer& t) { return t.window == window && t.id == id; });
   if (removed == 0) {

@@ -43,13 +43,6 @@ class PluginEnvironment {
   std::u16string old_[2];
 };
 
-// The delay with latency `latency` and tail `tail`, behind the filter.
-struct LatencyChain : PluginEnvironment, FilterChain {
-  LatencyChain(int latency, int tail, DWORD flags = 0, WORD salt = 0x5A71)
-      : PluginEnvironment(latency, tail), FilterChain(Register("zqtest_latency", kLatencyId, flags, salt)) {}
-  ULONG MaxBlock() const { return static_cast<CZqVstWrapTransform*>(prop)->MaxBlock(); }
-};
-
 // 16-bit stereo where neighbouring frames and channels all differ, so that
 // a frame out of place shows.
 std::vector<BYTE> Ramp(size_t frames) {
@@ -58,6 +51,28 @@ std::vector<BYTE> Ramp(size_t frames) {
   for (size_t i = 0; i < frames * 2; ++i) s[i] = int16_t(int((i * 7919) % 30011) - 15005);
   return bytes;
 }
+
+// The length of the stream most tests play.
+constexpr size_t kFrames = 1000;
+
+// The delay with latency `latency` and tail `tail`, behind the filter.
+struct LatencyChain : PluginEnvironment, FilterChain {
+  LatencyChain(int latency, int tail, DWORD flags = 0, WORD salt = 0x5A71)
+      : PluginEnvironment(latency, tail), FilterChain(Register("zqtest_latency", kLatencyId, flags, salt)) {}
+  ULONG MaxBlock() const { return static_cast<CZqVstWrapTransform*>(prop)->MaxBlock(); }
+
+  // Plays `ramp` (kFrames) at 48 kHz in samples of 250 frames to its end.
+  ::testing::AssertionResult PlayRamp() {
+    Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), ramp, 250);
+    HRESULT hr = ConnectAll();
+    if (hr != S_OK) return ::testing::AssertionFailure() << "connecting: " << std::hex << hr;
+    hr = Play();
+    if (hr != S_OK) return ::testing::AssertionFailure() << "playing: " << std::hex << hr;
+    return ::testing::AssertionSuccess();
+  }
+
+  const std::vector<BYTE> ramp = Ramp(kFrames);
+};
 
 REFERENCE_TIME Duration(size_t frames, DWORD rate) {
   return REFERENCE_TIME(double(frames) / rate * 10000000.0 + 0.5);
@@ -90,6 +105,7 @@ void ExpectFrames(const std::vector<BYTE>& out, size_t outFrom, const std::vecto
 // while the stream ran) and the tail after them, which carries none.
 struct Split {
   size_t streamedFrames = 0;
+  size_t tailFrames = 0;
   std::vector<ZqReceivedSample> streamed, tail;
 };
 
@@ -100,8 +116,22 @@ Split SplitOutput(const std::vector<ZqReceivedSample>& samples) {
     s.streamed.push_back(samples[i]);
     s.streamedFrames += samples[i].data.size() / 4;
   }
-  for (; i < samples.size(); ++i) s.tail.push_back(samples[i]);
+  for (; i < samples.size(); ++i) {
+    s.tail.push_back(samples[i]);
+    s.tailFrames += samples[i].data.size() / 4;
+  }
   return s;
+}
+
+// Everything the sink got: the input frame for frame, then `tail` frames of
+// the plug-in's own tail, drawn from silence on the first channel (the
+// effect does not clear the second input while it draws a tail).
+void ExpectInputThenTail(const std::vector<BYTE>& all, const std::vector<BYTE>& input, size_t tail) {
+  const size_t frames = input.size() / 4;
+  ASSERT_EQ(all.size(), (frames + tail) * 4);
+  ExpectFrames(all, 0, &input, 0, frames, 0);
+  ExpectFrames(all, 0, &input, 0, frames, 1);
+  ExpectFrames(all, frames, nullptr, 0, tail, 0);
 }
 
 // The tail goes out in chunks of at most the largest block, with no time,
@@ -167,10 +197,7 @@ TEST(FilterLatency, ALatencyLongerThanASampleHoldsTheFirstOutputBackAndKeepsTheF
   ASSERT_LT(chain.MaxBlock(), 1000u);
   EXPECT_GT(out.tail.size(), 1u);
   ExpectTailChunks(out.tail, chain.MaxBlock());
-  const std::vector<BYTE> all = chain.sink->AllBytes();
-  ASSERT_EQ(all.size(), data.size());
-  ExpectFrames(all, 0, &data, 0, frames, 0);
-  ExpectFrames(all, 0, &data, 0, frames, 1);
+  ExpectInputThenTail(chain.sink->AllBytes(), data, 0);
   EXPECT_EQ(chain.sink->EndOfStreamCount(), 1);
 }
 
@@ -178,11 +205,7 @@ TEST(FilterLatency, TheTailIsTheLatencyStillHeldPlusThePluginsTail) {
   // Samples of 250 frames make the largest block 125, less than the tail.
   LatencyChain chain(100, 50);
   ASSERT_EQ(chain.made, S_OK);
-  const size_t frames = 1000;
-  const std::vector<BYTE> data = Ramp(frames);
-  chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), data, 250);
-  ASSERT_EQ(chain.ConnectAll(), S_OK);
-  ASSERT_EQ(chain.Play(), S_OK);
+  ASSERT_TRUE(chain.PlayRamp());
 
   const Split out = SplitOutput(chain.sink->Samples());
   EXPECT_EQ(out.streamedFrames, 900u);
@@ -194,21 +217,14 @@ TEST(FilterLatency, TheTailIsTheLatencyStillHeldPlusThePluginsTail) {
   const ULONG maxBlock = chain.MaxBlock();
   ASSERT_GT(maxBlock, 0u);
   ASSERT_LT(maxBlock, 150u);
-  size_t tailFrames = 0;
-  for (const auto& s : out.tail) tailFrames += s.data.size() / 4;
-  EXPECT_EQ(tailFrames, 150u);
+  EXPECT_EQ(out.tailFrames, 150u);
   ExpectTailChunks(out.tail, maxBlock);
   // Full chunks first, the rest last.
   for (size_t i = 0; i + 1 < out.tail.size(); ++i) EXPECT_EQ(out.tail[i].data.size(), size_t(maxBlock) * 4) << i;
 
-  const std::vector<BYTE> all = chain.sink->AllBytes();
-  ASSERT_EQ(all.size(), 1050u * 4);
   // The 100 held frames are the input's last; after them the plug-in's own
-  // tail, drawn from silence on the first channel (the effect does not
-  // clear the second input while it draws a tail).
-  ExpectFrames(all, 0, &data, 0, frames, 0);
-  ExpectFrames(all, 0, &data, 0, frames, 1);
-  ExpectFrames(all, frames, nullptr, 0, 50, 0);
+  // tail.
+  ExpectInputThenTail(chain.sink->AllBytes(), chain.ramp, 50);
   EXPECT_EQ(chain.sink->EndOfStreamCount(), 1);
 }
 
@@ -218,11 +234,7 @@ TEST(FilterLatency, ALatencyLongerThanTheStreamComesOutWholeAsTail) {
     SCOPED_TRACE("latency " + std::to_string(latency));
     LatencyChain chain(latency, 20);
     ASSERT_EQ(chain.made, S_OK);
-    const size_t frames = 1000;
-    const std::vector<BYTE> data = Ramp(frames);
-    chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), data, 250);
-    ASSERT_EQ(chain.ConnectAll(), S_OK);
-    ASSERT_EQ(chain.Play(), S_OK);
+    ASSERT_TRUE(chain.PlayRamp());
 
     const Split out = SplitOutput(chain.sink->Samples());
     EXPECT_EQ(out.streamedFrames, 0u);
@@ -236,11 +248,7 @@ TEST(FilterLatency, ALatencyLongerThanTheStreamComesOutWholeAsTail) {
     }
     ASSERT_FALSE(sizes.empty());
     for (size_t i = 0; i + 1 < sizes.size(); ++i) EXPECT_EQ(sizes[i], chain.MaxBlock()) << i;
-    const std::vector<BYTE> all = chain.sink->AllBytes();
-    ASSERT_EQ(all.size(), (frames + 20) * 4);
-    ExpectFrames(all, 0, &data, 0, frames, 0);
-    ExpectFrames(all, 0, &data, 0, frames, 1);
-    ExpectFrames(all, frames, nullptr, 0, 20, 0);
+    ExpectInputThenTail(chain.sink->AllBytes(), chain.ramp, 20);
     EXPECT_EQ(chain.sink->EndOfStreamCount(), 1);
   }
 }
@@ -255,30 +263,20 @@ TEST(FilterLatency, WithoutLatencyTheStreamPassesAsItIsAndOnlyATailOfTwoOrMoreAd
     SCOPED_TRACE("tail " + std::to_string(c.tail));
     LatencyChain chain(0, c.tail);
     ASSERT_EQ(chain.made, S_OK);
-    const size_t frames = 1000;
-    const std::vector<BYTE> data = Ramp(frames);
-    chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), data, 250);
     chain.source->SetStartTime(1000);
-    ASSERT_EQ(chain.ConnectAll(), S_OK);
-    ASSERT_EQ(chain.Play(), S_OK);
+    ASSERT_TRUE(chain.PlayRamp());
 
     const Split out = SplitOutput(chain.sink->Samples());
     ASSERT_EQ(out.streamed.size(), 4u);
     for (const auto& s : out.streamed) EXPECT_EQ(s.data.size(), 250u * 4);
     EXPECT_EQ(out.streamed[0].start, 1000);
     EXPECT_TRUE(out.streamed[0].discontinuity);
-    size_t tailFrames = 0;
-    for (const auto& s : out.tail) tailFrames += s.data.size() / 4;
-    EXPECT_EQ(tailFrames, c.extra);
+    EXPECT_EQ(out.tailFrames, c.extra);
     if (c.extra == 0) {
       EXPECT_TRUE(out.tail.empty()) << "the end of stream alone goes out";
     }
     ExpectTailChunks(out.tail, chain.MaxBlock());
-    const std::vector<BYTE> all = chain.sink->AllBytes();
-    ASSERT_EQ(all.size(), (frames + c.extra) * 4);
-    ExpectFrames(all, 0, &data, 0, frames, 0);
-    ExpectFrames(all, 0, &data, 0, frames, 1);
-    ExpectFrames(all, frames, nullptr, 0, c.extra, 0);
+    ExpectInputThenTail(chain.sink->AllBytes(), chain.ramp, c.extra);
     EXPECT_EQ(chain.sink->EndOfStreamCount(), 1);
   }
 }
@@ -290,40 +288,28 @@ TEST(FilterLatency, TheLatencyIsReadWhenTheStreamStartsNotWhenTheFilterIsMade) {
   ASSERT_EQ(chain.made, S_OK);
   ASSERT_EQ(chain.prop->SetParamValue(0, 300.0f / 100000.0f), S_OK);
   ASSERT_EQ(chain.prop->SetParamValue(1, 50.0f / 100000.0f), S_OK);
-  const size_t frames = 1000;
-  const std::vector<BYTE> data = Ramp(frames);
-  chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), data, 250);
-  ASSERT_EQ(chain.ConnectAll(), S_OK);
-  ASSERT_EQ(chain.Play(), S_OK);
+  ASSERT_TRUE(chain.PlayRamp());
 
-  EXPECT_EQ(SplitOutput(chain.sink->Samples()).streamedFrames, frames - 300);
-  const std::vector<BYTE> all = chain.sink->AllBytes();
-  ASSERT_EQ(all.size(), (frames + 50) * 4);
-  ExpectFrames(all, 0, &data, 0, frames, 0);
-  ExpectFrames(all, 0, &data, 0, frames, 1);
-  ExpectFrames(all, frames, nullptr, 0, 50, 0);
+  EXPECT_EQ(SplitOutput(chain.sink->Samples()).streamedFrames, kFrames - 300);
+  ExpectInputThenTail(chain.sink->AllBytes(), chain.ramp, 50);
 }
 
 TEST(FilterLatency, WithLatencyCompensationOffNothingIsDiscardedAndTheTailIsThePluginsAlone) {
   LatencyChain chain(100, 50, ZQVST_VMF_NO_LATENCY, 0x6B02);
   ASSERT_EQ(chain.made, S_OK);
-  const size_t frames = 1000;
-  const std::vector<BYTE> data = Ramp(frames);
-  chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 48000, 16), data, 250);
-  ASSERT_EQ(chain.ConnectAll(), S_OK);
-  ASSERT_EQ(chain.Play(), S_OK);
+  ASSERT_TRUE(chain.PlayRamp());
 
   const Split out = SplitOutput(chain.sink->Samples());
-  EXPECT_EQ(out.streamedFrames, frames);
+  EXPECT_EQ(out.streamedFrames, kFrames);
   ASSERT_FALSE(out.streamed.empty());
   EXPECT_EQ(out.streamed[0].data.size(), 250u * 4);
   const std::vector<BYTE> all = chain.sink->AllBytes();
-  ASSERT_EQ(all.size(), (frames + 50) * 4);
+  ASSERT_EQ(all.size(), (kFrames + 50) * 4);
   // The plug-in's own output: its latency as silence, then the input, the
   // last frames of which its tail brings out of the line.
   for (int channel = 0; channel < 2; ++channel) {
     ExpectFrames(all, 0, nullptr, 0, 100, channel);
-    ExpectFrames(all, 100, &data, 0, frames - 50, channel);
+    ExpectFrames(all, 100, &chain.ramp, 0, kFrames - 50, channel);
   }
 }
 

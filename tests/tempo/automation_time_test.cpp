@@ -68,29 +68,54 @@ std::vector<size_t> BlockFrames(const std::vector<ZqReceivedSample>& samples, si
 
 constexpr REFERENCE_TIME kMs = 10000;
 
-// 48 kHz, 960 ticks a quarter, 120 bpm until tick 96 (50 ms, frame 2400),
-// then 90 bpm.  The prober's "Arm" parameter rises linearly from 0 to 100
-// over 120 ms; the plug-in runs its probe in any block that starts with the
-// parameter at 0.5 or more (and sets it back to 0 itself), so the blocks
-// probed are exactly those whose value the ramp has taken past half way.
+// What both tests put on the filter: parameter 0 rises linearly from 0 to
+// 100 over 120 ms, and the host's map runs at 48 kHz, 960 ticks a quarter,
+// 120 bpm until tick 96 (50 ms, frame 2400), then 90 bpm, from position 0.
+struct RampAndTempo {
+  // A fatal failure ends it early: call under ASSERT_NO_FATAL_FAILURE.
+  void Attach(IBaseFilter* filter) {
+    media = Query<IMediaParams>(filter);
+    ASSERT_NE(media, nullptr);
+    MP_ENVELOPE_SEGMENT ramp{0, 120 * kMs, 0.0f, 100.0f, MP_CURVE_LINEAR, MPF_ENVLP_STANDARD};
+    ASSERT_EQ(media->AddEnvelope(0, 1, &ramp), S_OK);
+    synth = Query<IMfxSoftSynth>(filter);
+    ASSERT_NE(synth, nullptr);
+    ASSERT_EQ(map->AddTempo(96, 90.0), S_OK);
+    map->AddRef();  // the filter's, handed over with the map
+    ASSERT_EQ(synth->Connect(static_cast<IZqTempoMap*>(map.Get())), S_OK);
+    ASSERT_EQ(synth->OnStart(0), S_OK);
+  }
+  // After the graph stopped: the filter lets go of the map.
+  void ExpectDetached() {
+    EXPECT_EQ(synth->Disconnect(), S_OK);
+    EXPECT_EQ(map->RefCount(), 1u);
+  }
+  ~RampAndTempo() {
+    if (synth) synth->Release();
+    if (media) media->Release();
+  }
+
+  IMediaParams* media = nullptr;
+  IMfxSoftSynth* synth = nullptr;
+  ZqComPtr<CZqVstTimeMap> map = MakeMap(48000, 960);
+};
+
+// The blocks of a first sample of 120 ms (5760 frames): steps of 20 ms from
+// the start, the third cut short at the tempo change, then 20 ms steps again
+// counted from there until the sample runs out.
+const std::vector<size_t> kFirstSampleBlocks{960, 960, 480, 960, 960, 960, 480};
+
+// The prober's "Arm" parameter carries the ramp; the plug-in runs its probe
+// in any block that starts with the parameter at 0.5 or more (and sets it
+// back to 0 itself), so the blocks probed are exactly those whose value the
+// ramp has taken past half way.
 TEST(AutomationTime, EnvelopeStepsAndTempoChangeCutOneStreamAndEachBlockSeesItsOwn) {
   ProberModule prober;
   ASSERT_TRUE(prober.ok());
   FilterChain chain(Register("zqtest_prober", FourCC("ZqPr")));
   ASSERT_EQ(chain.made, S_OK);
-
-  IMediaParams* media = Query<IMediaParams>(chain.filter);
-  ASSERT_NE(media, nullptr);
-  MP_ENVELOPE_SEGMENT ramp{0, 120 * kMs, 0.0f, 100.0f, MP_CURVE_LINEAR, MPF_ENVLP_STANDARD};
-  ASSERT_EQ(media->AddEnvelope(0, 1, &ramp), S_OK);
-
-  IMfxSoftSynth* synth = Query<IMfxSoftSynth>(chain.filter);
-  ASSERT_NE(synth, nullptr);
-  auto map = MakeMap(48000, 960);
-  ASSERT_EQ(map->AddTempo(96, 90.0), S_OK);
-  map->AddRef();
-  ASSERT_EQ(synth->Connect(static_cast<IZqTempoMap*>(map.Get())), S_OK);
-  ASSERT_EQ(synth->OnStart(0), S_OK);
+  RampAndTempo maps;
+  ASSERT_NO_FATAL_FAILURE(maps.Attach(chain.filter));
 
   const WAVEFORMATEX format = Wave(WAVE_FORMAT_PCM, 2, 48000, 16);
   const size_t frames = 5760;  // 120 ms a sample: the whole ramp in the first
@@ -104,11 +129,8 @@ TEST(AutomationTime, EnvelopeStepsAndTempoChangeCutOneStreamAndEachBlockSeesItsO
   const long long runsBefore = prober.state(17);
   ASSERT_EQ(chain.source->PushNext(), S_OK);
 
-  // Steps of 20 ms from the start, the third cut short at the tempo change,
-  // then 20 ms steps again counted from there until the sample runs out.
-  const std::vector<size_t> expected{960, 960, 480, 960, 960, 960, 480};
-  EXPECT_EQ(BlockFrames(chain.sink->Samples(), format.nBlockAlign), expected);
-  EXPECT_EQ(prober.state(kSlotProcessCount) - processBefore, static_cast<long long>(expected.size()));
+  EXPECT_EQ(BlockFrames(chain.sink->Samples(), format.nBlockAlign), kFirstSampleBlocks);
+  EXPECT_EQ(prober.state(kSlotProcessCount) - processBefore, static_cast<long long>(kFirstSampleBlocks.size()));
 
   // Probed: the first block (armed by hand), then the blocks starting at 70,
   // 90 and 110 ms, where the ramp stands at 58.3, 75 and 91.7.  Those at 20,
@@ -145,10 +167,7 @@ TEST(AutomationTime, EnvelopeStepsAndTempoChangeCutOneStreamAndEachBlockSeesItsO
       << "the envelope's list stays, so blocks stay at 20 ms";
 
   ASSERT_EQ(chain.graph->Stop(), S_OK);
-  EXPECT_EQ(synth->Disconnect(), S_OK);
-  EXPECT_EQ(map->RefCount(), 1u);
-  synth->Release();
-  media->Release();
+  maps.ExpectDetached();
 }
 
 // The same maps over a gain plug-in, whose output gives the value the plug-in
@@ -158,18 +177,8 @@ TEST(AutomationTime, EnvelopeStepsAndTempoChangeCutOneStreamAndEachBlockSeesItsO
 TEST(AutomationTime, EachBlockRunsAtTheRampsValueAtItsStartEvenWhenCutByTheTempo) {
   FilterChain chain(Register("zqgain", FourCC("ZqGn")));
   ASSERT_EQ(chain.made, S_OK);
-  IMediaParams* media = Query<IMediaParams>(chain.filter);
-  ASSERT_NE(media, nullptr);
-  MP_ENVELOPE_SEGMENT ramp{0, 120 * kMs, 0.0f, 100.0f, MP_CURVE_LINEAR, MPF_ENVLP_STANDARD};
-  ASSERT_EQ(media->AddEnvelope(0, 1, &ramp), S_OK);
-
-  IMfxSoftSynth* synth = Query<IMfxSoftSynth>(chain.filter);
-  ASSERT_NE(synth, nullptr);
-  auto map = MakeMap(48000, 960);
-  ASSERT_EQ(map->AddTempo(96, 90.0), S_OK);
-  map->AddRef();
-  ASSERT_EQ(synth->Connect(static_cast<IZqTempoMap*>(map.Get())), S_OK);
-  ASSERT_EQ(synth->OnStart(0), S_OK);
+  RampAndTempo maps;
+  ASSERT_NO_FATAL_FAILURE(maps.Attach(chain.filter));
 
   const size_t frames = 5760;
   const float level = 0.25f;
@@ -181,7 +190,7 @@ TEST(AutomationTime, EachBlockRunsAtTheRampsValueAtItsStartEvenWhenCutByTheTempo
   ASSERT_EQ(chain.Play(), S_OK);
 
   const std::vector<ZqReceivedSample> blocks = chain.sink->Samples();
-  const std::vector<size_t> expected{960, 960, 480, 960, 960, 960, 480};
+  const std::vector<size_t>& expected = kFirstSampleBlocks;
   ASSERT_EQ(BlockFrames(blocks, 8), expected);
   // Block starts 0, 20, 40, 50, 70, 90 and 110 ms; the ramp there is
   // 100·t/120 ms, so g = 2·t/120 ms.
@@ -200,10 +209,7 @@ TEST(AutomationTime, EachBlockRunsAtTheRampsValueAtItsStartEvenWhenCutByTheTempo
   }
 
   ASSERT_EQ(chain.graph->Stop(), S_OK);
-  EXPECT_EQ(synth->Disconnect(), S_OK);
-  EXPECT_EQ(map->RefCount(), 1u);
-  synth->Release();
-  media->Release();
+  maps.ExpectDetached();
 }
 
 }  // namespace
