@@ -14,6 +14,9 @@ foreach(program zqvst zqplugcheck)
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
+if(TARGET zqvst AND EXISTS ${PROJECT_SOURCE_DIR}/tools/zqvst/zqvst.1)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/zqvst/zqvst.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 # Helper programs the library starts are found next to the library itself.
 foreach(helper zqvstserver zqprobe)
   if(TARGET ${helper})
@@ -41,7 +44,8 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/mediafw)
     FILES_MATCHING PATTERN "*.h")
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/aplugins/zqvstwrap/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/aplugins/zqvstwrap
-  FILES_MATCHING PATTERN "i*.h" PATTERN "vst2abi.h")
+  FILES_MATCHING PATTERN "i*.h" PATTERN "vst2abi.h" PATTERN "zqvstmapping.h" PATTERN "mediaparams.h"
+  PATTERN "mfxtempo.h")
 
 if(TARGET zqvstwrap)
   install(TARGETS zqvstwrap EXPORT ZqVstWrapTargets

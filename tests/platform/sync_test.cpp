@@ -227,6 +227,37 @@ TEST(CriticalSections, ZeroFilledRecursiveAndExclusive) {
   DeleteCriticalSection(&h.cs);
 }
 
+// The scoped lock holds the section for its scope, lets go early once on
+// Unlock, and never leaves a second time (which would release a level that
+// belongs to an outer owner).
+TEST(CriticalSections, ScopedLockReleasesOnceEarlyOrAtTheEnd) {
+  CRITICAL_SECTION cs{};
+  auto othersCanEnter = [&cs] {
+    bool entered = false;
+    std::thread other([&] {
+      entered = TryEnterCriticalSection(&cs);
+      if (entered) LeaveCriticalSection(&cs);
+    });
+    other.join();
+    return entered;
+  };
+  EnterCriticalSection(&cs);  // an outer owner
+  {
+    ZqCriticalSectionLock lock(&cs);
+    lock.Unlock();
+    lock.Unlock();
+    EXPECT_FALSE(othersCanEnter()) << "the outer level must still be held";
+  }
+  EXPECT_FALSE(othersCanEnter());
+  LeaveCriticalSection(&cs);
+  {
+    ZqCriticalSectionLock lock(&cs);
+    EXPECT_FALSE(othersCanEnter());
+  }
+  EXPECT_TRUE(othersCanEnter());
+  DeleteCriticalSection(&cs);
+}
+
 DWORD ReturnParameter(void* p) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(p)); }
 
 TEST(Threads, HandleSignalsAtExitWithCode) {
