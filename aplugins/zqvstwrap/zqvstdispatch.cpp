@@ -10,6 +10,7 @@
 
 #include "aplugins/zqvstwrap/zqvsteffect.h"
 #include "kernel/audio/convert.h"
+#include "kernel/audio/stereo16.h"
 #include "kernel/memory.h"
 #include "platform/text.h"
 
@@ -313,16 +314,20 @@ ZqAudioInterleaveFunction MergeRoutine(ZqAudioCopyChannelsFunction copyOut, ZQSA
 
 // Zeroes bytes [0, total) of a channel block from its first channel, except
 // the first `keep` bytes of each of its first `kept` channels (channels are
-// `stride` bytes apart), which the caller overwrites right afterwards.  What
-// the plug-in finds is the same as after a clear of all `total` bytes.
-void ClearChannelsExcept(float* first, size_t total, size_t stride, int kept, size_t keep) {
+// `stride` bytes apart), which the caller overwrites anyway.  What the
+// plug-in finds is the same as after a clear of all `total` bytes.  `clear`
+// zeroes one range.
+template <class Clear>
+void ClearChannelsExcept(float* first, size_t total, size_t stride, int kept, size_t keep, Clear clear) {
   auto* base = reinterpret_cast<unsigned char*>(first);
   for (size_t k = 0, at = 0; at < total; ++k, at += stride) {
     const size_t from = at + (k < static_cast<size_t>(kept) ? std::min(keep, stride) : 0);
     const size_t to = std::min(at + stride, total);
-    if (from < to) memset(base + from, 0, to - from);
+    if (from < to) clear(base + from, to - from);
   }
 }
+
+void ClearRange(unsigned char* p, size_t n) { memset(p, 0, n); }
 
 }  // namespace
 
@@ -378,6 +383,33 @@ void CZqVstEffect::CopyIn(const void* source, int sourceChannels, int frames) {
   const int inputs = effect->numInputs;
   const int outputs = effect->numOutputs;
   const size_t bytes = static_cast<size_t>(frames) * (m_pluginType == ZQSAMPLE_FLOAT64 ? 8 : 4);
+  const int dry = std::max(0, std::min(inputs, outputs));
+  const size_t capacity = static_cast<size_t>(m_channelCapacity);
+
+  if (source != nullptr && sourceChannels == 2 && dry == 2 && m_streamType == ZQSAMPLE_PCM16 &&
+      m_pluginType == ZQSAMPLE_FLOAT32 && m_copyIn != nullptr && ZqAudio_WideStereo16Available()) {
+    // The two inputs and their dry copies in one pass; the clear leaves them
+    // out.  With two channels a side, what it covers of each block is the
+    // rest of the first channel's stride, which the pass reads on the way.
+    if (inputs == 2 && outputs == 2) {
+      auto* inPad = reinterpret_cast<unsigned char*>(m_inputs[0]) + bytes;
+      auto* outPad = reinterpret_cast<unsigned char*>(m_outputs[0]) + bytes;
+      const size_t pad = 2 * capacity - bytes;
+      if (!ZqAudio_SplitStereo16Dry(m_inputs[0], m_inputs[1], m_outputs[0], m_outputs[1], source,
+                                    static_cast<size_t>(frames), inPad, outPad, pad)) {
+        memset(inPad, 0, pad);
+        memset(outPad, 0, pad);
+      }
+      return;
+    }
+    ClearChannelsExcept(m_inputs[0], capacity * static_cast<size_t>(inputs), 2 * capacity, 2, bytes,
+                        ZqAudio_ClearIfNotZero);
+    ClearChannelsExcept(m_outputs[0], capacity * static_cast<size_t>(outputs), 2 * capacity, 2, bytes,
+                        ZqAudio_ClearIfNotZero);
+    ZqAudio_SplitStereo16Dry(m_inputs[0], m_inputs[1], m_outputs[0], m_outputs[1], source, static_cast<size_t>(frames),
+                             nullptr, nullptr, 0);
+    return;
+  }
 
   // How the source reaches the inputs, and how many leading inputs get
   // their `bytes` from it.
@@ -401,11 +433,11 @@ void CZqVstEffect::CopyIn(const void* source, int sourceChannels, int frames) {
       if (m_copyIn) filled = std::max(0, std::min(inputs, sourceChannels));
     }
   }
-  const int dry = std::max(0, std::min(inputs, outputs));
 
-  const size_t capacity = static_cast<size_t>(m_channelCapacity);
-  if (inputs > 0) ClearChannelsExcept(m_inputs[0], capacity * static_cast<size_t>(inputs), 2 * capacity, filled, bytes);
-  if (outputs > 0) ClearChannelsExcept(m_outputs[0], capacity * static_cast<size_t>(outputs), 2 * capacity, dry, bytes);
+  if (inputs > 0)
+    ClearChannelsExcept(m_inputs[0], capacity * static_cast<size_t>(inputs), 2 * capacity, filled, bytes, ClearRange);
+  if (outputs > 0)
+    ClearChannelsExcept(m_outputs[0], capacity * static_cast<size_t>(outputs), 2 * capacity, dry, bytes, ClearRange);
 
   switch (way) {
     case Way::None:
@@ -437,6 +469,11 @@ void CZqVstEffect::CopyOut(void* destination, int destinationChannels, int frame
   if (destination == nullptr) return;
   const int outputs = effect->numOutputs;
   if (destinationChannels == 2 && outputs >= 2) {
+    if (m_streamType == ZQSAMPLE_PCM16 && m_pluginType == ZQSAMPLE_FLOAT32 && m_copyOut != nullptr &&
+        ZqAudio_WideStereo16Available()) {
+      ZqAudio_MergeStereo16(destination, m_outputs[0], m_outputs[1], static_cast<size_t>(frames));
+      return;
+    }
     // Two channels in one pass: the same values as channel by channel, and
     // with equal types the same as ZqAudio_InterleaveStereo.
     if (ZqAudioInterleaveFunction merge = MergeRoutine(m_copyOut, m_streamType, m_pluginType)) {

@@ -123,15 +123,20 @@ void InstallAltStack(ThreadState* ts) {
   ts->ownsAltStack = true;
 }
 
-__attribute__((noinline)) ThreadState* PrepareThread() {
-  ThreadState* ts = t_state;
-  if (ts) return ts;
+// The first guard of a thread.
+__attribute__((noinline)) ThreadState* SetUpThread() {
   std::call_once(g_installOnce, InstallHandlers);
-  ts = new ThreadState;
+  ThreadState* ts = new ThreadState;
   InstallAltStack(ts);
   t_state = ts;
   t_cleanup.armed = true;
   return ts;
+}
+
+// Every guard after the first costs one thread-local load here.
+inline ThreadState* PrepareThread() {
+  ThreadState* ts = t_state;
+  return ts ? ts : SetUpThread();
 }
 
 void ReleaseThreadState() {
@@ -561,7 +566,8 @@ DWORD ZqGuardedCall(void (*fn)(void*), void* context, ZqGuardFilter filter, void
   frame.outer = frame.thread->top;
   frame.filter = filter;
   frame.filterContext = filterContext;
-  std::memset(&frame.record, 0, sizeof(frame.record));
+  // frame.record needs no clearing: it is read only after JumpTo or RunBody
+  // has written it whole.
   frame.thread->top = &frame;
   // After a jump only `frame` (in memory) and the unchanged arguments are used.
   // The signal mask is not saved: that would cost a system call on every

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "kernel/audio/convert.h"
+#include "kernel/audio/cpu_support.h"
+#include "kernel/audio/stereo16.h"
 #include "kernel/memory.h"
 #include "vsthost_fixture.h"
 
@@ -190,6 +192,68 @@ TEST(ProcessAudio, SmallerBlocksFindThePartialClearOfTheChannelBuffers) {
       ASSERT_EQ(second[6 * f], mono[f]) << f;
       for (int k : {1, 2}) ASSERT_EQ(second[6 * f + k], 0.0f) << f << " channel " << k;
       for (int k : {3, 4, 5}) ASSERT_EQ(second[6 * f + k], first[6 * f + k]) << f << " channel " << k;
+    }
+  }
+}
+
+// A 16-bit stereo stream through two inputs and two outputs has a path of its
+// own on processors with wide vectors.  Whatever the processor, the output
+// and every byte of the channel buffers must be what the general routines
+// leave: the clear after a larger block, values a plug-in wrote behind its
+// frames, the dry copy a faulting plug-in leaves standing, odd frame counts
+// and misaligned host buffers.
+TEST(ProcessAudio, SixteenBitStereoLeavesTheSameBuffersOnEveryProcessorPath) {
+  // Per block: the output, and of each channel (inputs 0 and 1, outputs 0
+  // and 1) what is defined: the block's frames, and for the first channel of
+  // each side also what the clear covers (a quarter of its stride).
+  struct Run {
+    std::vector<std::vector<unsigned char>> outputs;
+    std::vector<std::vector<float>> channels;
+  };
+  auto run = [](const char* plugin, bool narrow, Run* result) {
+    const DWORD allowed = ZqSetCPUSupportAllowed(narrow ? ~ZQCPU_AVX2 : ~DWORD{0});
+    Loaded effect(plugin);
+    ASSERT_EQ(effect.hr, S_OK);
+    ASSERT_EQ(effect->SetSampleType(ZQSAMPLE_PCM16), S_OK);
+    std::mt19937 random(11);
+    for (int frames : {512, 100, 1, 333, 17, 512, 64, 1000, 16, 15}) {
+      for (size_t offset : {size_t{0}, size_t{2}, size_t{6}}) {
+        std::vector<unsigned char> source(offset + static_cast<size_t>(frames) * 4);
+        for (auto& b : source) b = static_cast<unsigned char>(random());
+        source[offset] = 0x00, source[offset + 1] = 0x80;  // -32768
+        std::vector<unsigned char> out(offset + static_cast<size_t>(frames) * 4 + 8, 0xA5);
+        ASSERT_EQ(effect->ProcessAudio(source.data() + offset, 2, out.data() + offset, 2, frames, 2), S_OK);
+        result->outputs.push_back(out);
+        const size_t capacity = static_cast<size_t>(effect->ChannelCapacity());
+        for (float* const* table : {effect->InputChannels(), effect->OutputChannels()}) {
+          for (int k = 0; k < 2; ++k) {
+            const size_t defined = k == 0 ? std::max<size_t>(static_cast<size_t>(frames), capacity / 2)
+                                          : static_cast<size_t>(frames);
+            result->channels.emplace_back(table[k], table[k] + defined);
+          }
+          // What a plug-in might leave behind its frames, for the next
+          // block's clear to meet.
+          if (static_cast<size_t>(frames) + 3 < capacity / 2) table[0][frames + 3] = 0.5f;
+        }
+      }
+    }
+    if (narrow) {
+      EXPECT_FALSE(ZqAudio_WideStereo16Available());
+    }
+    ZqSetCPUSupportAllowed(allowed);
+  };
+  for (const char* plugin : {"zqtest_2in2out", "zqbad_process_fault"}) {
+    SCOPED_TRACE(plugin);
+    Run wide, general;
+    run(plugin, false, &wide);
+    run(plugin, true, &general);
+    ASSERT_EQ(wide.outputs.size(), general.outputs.size());
+    for (size_t i = 0; i < wide.outputs.size(); ++i) ASSERT_EQ(wide.outputs[i], general.outputs[i]) << "block " << i;
+    ASSERT_EQ(wide.channels.size(), general.channels.size());
+    for (size_t i = 0; i < wide.channels.size(); ++i) {
+      ASSERT_EQ(wide.channels[i].size(), general.channels[i].size());
+      ASSERT_EQ(0, memcmp(wide.channels[i].data(), general.channels[i].data(), wide.channels[i].size() * 4))
+          << "block " << i / 4 << ", " << (i % 4 < 2 ? "input " : "output ") << i % 2;
     }
   }
 }
