@@ -23,27 +23,9 @@ class ZqvstJsonWriter {
     Key(key);
     m_out += std::to_string(value);
   }
-  void Number(const char* key, double value) {
-    Key(key);
-    if (!std::isfinite(value)) {
-      m_out += "null";
-      return;
-    }
-    char buffer[32];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    m_out.append(buffer, result.ptr);
-  }
+  void Number(const char* key, double value) { ShortestNumber(key, value); }
   // A float by its own shortest form (0.1f gives 0.1, not 0.100000001).
-  void Number(const char* key, float value) {
-    Key(key);
-    if (!std::isfinite(value)) {
-      m_out += "null";
-      return;
-    }
-    char buffer[32];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    m_out.append(buffer, result.ptr);
-  }
+  void Number(const char* key, float value) { ShortestNumber(key, value); }
   void Bool(const char* key, bool value) {
     Key(key);
     m_out += value ? "true" : "false";
@@ -52,6 +34,20 @@ class ZqvstJsonWriter {
   const std::string& Text() const { return m_out; }
 
  private:
+  // The shortest text that reads back as `value` in its own type; JSON has
+  // no infinities or NaN, so they are null.
+  template <class Real>
+  void ShortestNumber(const char* key, Real value) {
+    Key(key);
+    if (!std::isfinite(value)) {
+      m_out += "null";
+      return;
+    }
+    char buffer[32];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    m_out.append(buffer, result.ptr);
+  }
+
   void Open(const char* key, char bracket) {
     Key(key);
     m_out += bracket;

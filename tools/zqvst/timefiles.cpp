@@ -235,19 +235,17 @@ bool ParseMeter(const Token& token, int line, int* numerator, int* denominator, 
   return true;
 }
 
-}  // namespace
-
-bool ZqvstParseAutomation(const std::string& text, std::vector<ZqvstAutomationEntry>* out, std::string* error) {
-  std::vector<ZqvstAutomationEntry> entries;
+// Splits every line into fields and hands the lines that have any to
+// `onFields(tokens, number, &entries, &message)`.  All or nothing: on the
+// first error `out` is emptied and `error` tells which line.
+template <class Entry, class F>
+bool ParseEntries(const std::string& text, std::vector<Entry>* out, std::string* error, F&& onFields) {
+  std::vector<Entry> entries;
   std::vector<Token> tokens;
   std::string message;
   const bool ok = ForEachLine(text, [&](std::string_view line, int number) {
     if (!SplitLine(line, number, &tokens, &message)) return false;
-    if (tokens.empty()) return true;
-    ZqvstAutomationEntry entry{};
-    if (!ParseAutomationLine(tokens, number, &entry, &message)) return false;
-    entries.push_back(std::move(entry));
-    return true;
+    return tokens.empty() || onFields(tokens, number, &entries, &message);
   });
   if (!ok) {
     out->clear();
@@ -258,17 +256,27 @@ bool ZqvstParseAutomation(const std::string& text, std::vector<ZqvstAutomationEn
   return true;
 }
 
+}  // namespace
+
+bool ZqvstParseAutomation(const std::string& text, std::vector<ZqvstAutomationEntry>* out, std::string* error) {
+  return ParseEntries(text, out, error,
+                      [](const std::vector<Token>& tokens, int number, std::vector<ZqvstAutomationEntry>* entries,
+                         std::string* message) {
+                        ZqvstAutomationEntry entry{};
+                        if (!ParseAutomationLine(tokens, number, &entry, message)) return false;
+                        entries->push_back(std::move(entry));
+                        return true;
+                      });
+}
+
 bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* out, std::string* error) {
-  std::vector<ZqvstTempoEntry> entries;
-  std::vector<Token> tokens;
-  std::string message;
   // The time of the latest entries, and which kinds were set at it.
   std::string lastTimeText;
   bool tempoAtLast = false, meterAtLast = false;
 
-  const bool ok = ForEachLine(text, [&](std::string_view line, int number) {
-    if (!SplitLine(line, number, &tokens, &message)) return false;
-    if (tokens.empty()) return true;
+  return ParseEntries(text, out, error, [&](const std::vector<Token>& tokens, int number,
+                                            std::vector<ZqvstTempoEntry>* entries, std::string* failure) {
+    std::string& message = *failure;
     ZqvstTempoEntry entry{};
     entry.line = number;
     const bool meter = tokens.size() >= 2 && !tokens[1].quoted && EqualsNoCase(tokens[1].text, "meter");
@@ -298,8 +306,8 @@ bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* o
       }
     }
 
-    if (!entries.empty()) {
-      const ZqvstTempoEntry& last = entries.back();
+    if (!entries->empty()) {
+      const ZqvstTempoEntry& last = entries->back();
       if (entry.time < last.time) {
         message = LinePrefix(number) + "time " + tokens[0].text + " comes before " + lastTimeText + " on line " +
                   std::to_string(last.line) + " (entries go in rising time order)";
@@ -315,16 +323,9 @@ bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* o
     }
     seen = true;
     lastTimeText = tokens[0].text;
-    entries.push_back(entry);
+    entries->push_back(entry);
     return true;
   });
-  if (!ok) {
-    out->clear();
-    if (error) *error = message;
-    return false;
-  }
-  *out = std::move(entries);
-  return true;
 }
 
 bool ZqvstReadTextFile(const std::string& path, std::string* text, std::string* error) {
