@@ -240,23 +240,23 @@ TEST_F(TextFileTest, ReadsTheBytesAsTheyAre) {
   const auto path = (dir_ / "automation.txt").string();
   std::ofstream(path, std::ios::binary) << content;
   std::string text = "old", error;
-  ASSERT_TRUE(ZqvstReadTextFile(path, &text, &error)) << error;
+  ASSERT_TRUE(ZqvstReadFile(path, &text, &error)) << error;
   EXPECT_EQ(text, content);
 
   const auto empty = (dir_ / "empty.txt").string();
   std::ofstream(empty, std::ios::binary).close();
-  ASSERT_TRUE(ZqvstReadTextFile(empty, &text, &error)) << error;
+  ASSERT_TRUE(ZqvstReadFile(empty, &text, &error)) << error;
   EXPECT_EQ(text, "");
 }
 
 TEST_F(TextFileTest, MissingFileAndFolderAreNamedInTheMessage) {
   const auto missing = (dir_ / "missing.txt").string();
   std::string text, error;
-  EXPECT_FALSE(ZqvstReadTextFile(missing, &text, &error));
+  EXPECT_FALSE(ZqvstReadFile(missing, &text, &error));
   EXPECT_EQ(error.rfind(missing + ": ", 0), 0u) << error;
   EXPECT_GT(error.size(), missing.size() + 2);
 
-  EXPECT_FALSE(ZqvstReadTextFile(dir_.string(), &text, &error));
+  EXPECT_FALSE(ZqvstReadFile(dir_.string(), &text, &error));
   EXPECT_EQ(error, dir_.string() + ": is a folder, not a file");
 }
 

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <string_view>
 
 std::string ZqvstArgs::Get(const std::string& name) const {
   const auto it = m_values.find(name);
@@ -69,13 +70,33 @@ bool ZqvstArgs::Parse(int argc, char** argv, int first, const std::vector<ZqvstO
 }
 
 bool ZqvstParseDouble(const std::string& text, double* value) {
-  const char* begin = text.data();
-  const char* end = begin + text.size();
-  if (begin != end && *begin == '+') ++begin;
-  double parsed = 0;
-  const auto result = std::from_chars(begin, end, parsed);
-  if (result.ec != std::errc() || result.ptr != end || !std::isfinite(parsed)) return false;
+  std::string_view s(text);
+  if (!s.empty() && s.front() == '+') {
+    s.remove_prefix(1);
+    if (!s.empty() && s.front() == '-') return false;
+  }
+  // from_chars takes "inf" and "nan" as well; neither is a value here.
+  const size_t lead = !s.empty() && s.front() == '-' ? 1 : 0;
+  if (s.size() <= lead) return false;
+  const char first = s[lead];
+  if (!(first == '.' || (first >= '0' && first <= '9'))) return false;
+  double parsed = 0.0;
+  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), parsed, std::chars_format::general);
+  if (ec != std::errc() || end != s.data() + s.size() || !std::isfinite(parsed)) return false;
   *value = parsed;
+  return true;
+}
+
+bool ZqvstReadSets(const ZqvstArgs& args, std::vector<std::pair<std::string, double>>* sets, std::string* error) {
+  for (const auto& set : args.All("set")) {
+    const size_t equals = set.rfind('=');
+    double value = 0;
+    if (equals == std::string::npos || equals == 0 || !ZqvstParseDouble(set.substr(equals + 1), &value)) {
+      *error = "invalid --set '" + set + "' (PARAM=VALUE expected)";
+      return false;
+    }
+    sets->emplace_back(set.substr(0, equals), value);
+  }
   return true;
 }
 

@@ -31,6 +31,12 @@ class ZqvstArgs {
 };
 
 // Numbers as the command line and files write them, independent of any
-// locale.  The whole text must be the number.
+// locale.  The whole text must be the number: an optional sign, digits with
+// "." as the decimal point and an optional exponent (no infinities, NaN or
+// hexadecimal).
 bool ZqvstParseDouble(const std::string& text, double* value);
 bool ZqvstParseLong(const std::string& text, long* value);
+
+// The values of every --set PARAM=VALUE, in order; false with a message for
+// one of another form.
+bool ZqvstReadSets(const ZqvstArgs& args, std::vector<std::pair<std::string, double>>* sets, std::string* error);

@@ -71,14 +71,9 @@ int Save(int argc, char** argv, int first) {
     return kZqvstExitUsage;
   }
   std::vector<std::pair<std::string, double>> sets;
-  for (const auto& set : args.All("set")) {
-    const size_t equals = set.rfind('=');
-    double value = 0;
-    if (equals == std::string::npos || equals == 0 || !ZqvstParseDouble(set.substr(equals + 1), &value)) {
-      ZqvstReportUsage("preset", "invalid --set '" + set + "' (PARAM=VALUE expected)");
-      return kZqvstExitUsage;
-    }
-    sets.emplace_back(set.substr(0, equals), value);
+  if (!ZqvstReadSets(args, &sets, &error)) {
+    ZqvstReportUsage("preset", error);
+    return kZqvstExitUsage;
   }
   const std::string module = args.Has("plugin") ? args.Get("plugin") : ZqvstDefaultPlugin();
 

@@ -25,10 +25,11 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
+
+#include "tools/zqvst/timefiles.h"
 
 namespace {
 
@@ -266,36 +267,16 @@ std::string Describe(std::string_view data) {
   return out.str();
 }
 
+// The file's bytes, refusing before reading one larger than any preset or
+// bank can be.
 bool ReadWholeFile(const std::string& path, std::string* bytes, std::string* error) {
-  namespace fs = std::filesystem;
   std::error_code ec;
-  const fs::file_status status = fs::status(path, ec);
-  if (ec) {
-    *error = path + ": " + ec.message();
-    return false;
-  }
-  if (fs::is_directory(status)) {
-    *error = path + ": is a folder, not a file";
-    return false;
-  }
-  const uintmax_t size = fs::is_regular_file(status) ? fs::file_size(path, ec) : 0;
+  const uintmax_t size = std::filesystem::file_size(path, ec);
   if (!ec && size > kLargestFile) {
     *error = path + ": too large for a preset or bank file";
     return false;
   }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *error = path + ": cannot be opened for reading";
-    return false;
-  }
-  std::ostringstream content;
-  content << in.rdbuf();
-  if (in.bad()) {
-    *error = path + ": read error";
-    return false;
-  }
-  *bytes = std::move(content).str();
-  return true;
+  return ZqvstReadFile(path, bytes, error);
 }
 
 }  // namespace

@@ -212,7 +212,7 @@ bool ParseMeter(const std::string& text, int* numerator, int* denominator) {
   if (slash == std::string::npos || !ZqvstParseLong(text.substr(0, slash), &n) ||
       !ZqvstParseLong(text.substr(slash + 1), &d))
     return false;
-  if (n < 1 || n > 99 || d < 1 || d > 64 || (d & (d - 1)) != 0) return false;
+  if (!ZqvstIsMeterNumerator(n) || !ZqvstIsMeterDenominator(d)) return false;
   *numerator = int(n);
   *denominator = int(d);
   return true;
@@ -244,18 +244,11 @@ bool ReadOptions(const ZqvstArgs& args, RenderJob* job, std::string* error) {
   }
   job->presetFile = args.Get("preset");
   job->bankFile = args.Get("bank");
-  for (const auto& set : args.All("set")) {
-    const size_t equals = set.rfind('=');
-    if (equals == std::string::npos || equals == 0 || !ZqvstParseDouble(set.substr(equals + 1), &real)) {
-      *error = "invalid --set '" + set + "' (PARAM=VALUE expected)";
-      return false;
-    }
-    job->sets.emplace_back(set.substr(0, equals), real);
-  }
+  if (!ZqvstReadSets(args, &job->sets, error)) return false;
   job->automationFile = args.Get("automation");
   job->tempoMapFile = args.Get("tempo-map");
   if (args.Has("tempo")) {
-    if (!ZqvstParseDouble(args.Get("tempo"), &real) || real <= 0 || real > 999) return bad("tempo", args.Get("tempo"));
+    if (!ZqvstParseDouble(args.Get("tempo"), &real) || !ZqvstIsTempo(real)) return bad("tempo", args.Get("tempo"));
     job->hasTempo = true;
     job->tempo = real;
   }
@@ -307,7 +300,7 @@ bool ReadOptions(const ZqvstArgs& args, RenderJob* job, std::string* error) {
 
 bool ReadTextFile(const std::string& path, std::string* text, ZqvstFailure* failure) {
   std::string error;
-  if (ZqvstReadTextFile(path, text, &error)) return true;
+  if (ZqvstReadFile(path, text, &error)) return true;
   *failure = {error, ZQ_E_OPEN_FILE};
   return false;
 }

@@ -3,15 +3,14 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
 #include <string_view>
 #include <system_error>
 
 #include "aplugins/zqvstwrap/mediaparams.h"
+#include "tools/zqvst/cmdline.h"
 
 namespace {
 
@@ -92,33 +91,11 @@ bool ForEachLine(const std::string& text, F&& onLine) {
   return true;
 }
 
-// A finite number in the C locale: the whole field, an optional sign, digits
-// with "." as the decimal point and an optional exponent.
-std::optional<double> ParseNumber(const std::string& text) {
-  std::string_view s(text);
-  if (!s.empty() && s.front() == '+') {
-    s.remove_prefix(1);
-    if (!s.empty() && s.front() == '-') return std::nullopt;
-  }
-  // from_chars takes "inf" and "nan" as well; neither is a time or a value.
-  const size_t lead = !s.empty() && s.front() == '-' ? 1 : 0;
-  if (s.size() <= lead) return std::nullopt;
-  const char first = s[lead];
-  if (!(first == '.' || (first >= '0' && first <= '9'))) return std::nullopt;
-  double value = 0.0;
-  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value, std::chars_format::general);
-  if (ec != std::errc() || end != s.data() + s.size() || !std::isfinite(value)) return std::nullopt;
-  return value;
-}
-
 bool ReadNumber(const Token& token, const char* what, int line, double* value, std::string* error) {
-  std::optional<double> number;
-  if (!token.quoted) number = ParseNumber(token.text);
-  if (!number) {
+  if (token.quoted || !ZqvstParseDouble(token.text, value)) {
     *error = LinePrefix(line) + "bad " + what + " '" + token.text + "'";
     return false;
   }
-  *value = *number;
   return true;
 }
 
@@ -223,12 +200,12 @@ bool ParseMeter(const Token& token, int line, int* numerator, int* denominator, 
     *error = LinePrefix(line) + "bad meter '" + s + "' (expected N/D, as in 3/4)";
     return false;
   }
-  if (*numerator < 1 || *numerator > 99) {
+  if (!ZqvstIsMeterNumerator(*numerator)) {
     *error = LinePrefix(line) + "meter numerator " + std::to_string(*numerator) + " is not between 1 and 99";
     return false;
   }
   const int d = *denominator;
-  if (d < 1 || d > 64 || (d & (d - 1)) != 0) {
+  if (!ZqvstIsMeterDenominator(d)) {
     *error = LinePrefix(line) + "meter denominator " + std::to_string(d) + " is not 1, 2, 4, 8, 16, 32 or 64";
     return false;
   }
@@ -300,7 +277,7 @@ bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* o
       if (!ParseMeter(tokens[2], number, &entry.numerator, &entry.denominator, &message)) return false;
     } else {
       if (!ReadNumber(tokens[1], "tempo", number, &entry.bpm, &message)) return false;
-      if (entry.bpm <= 0 || entry.bpm > 999) {
+      if (!ZqvstIsTempo(entry.bpm)) {
         message = LinePrefix(number) + "tempo " + tokens[1].text + " is not above 0 and at most 999";
         return false;
       }
@@ -328,7 +305,7 @@ bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* o
   });
 }
 
-bool ZqvstReadTextFile(const std::string& path, std::string* text, std::string* error) {
+bool ZqvstReadFile(const std::string& path, std::string* bytes, std::string* error) {
   namespace fs = std::filesystem;
   std::error_code ec;
   const fs::file_status status = fs::status(path, ec);
@@ -353,6 +330,6 @@ bool ZqvstReadTextFile(const std::string& path, std::string* text, std::string* 
     if (error) *error = path + ": read error";
     return false;
   }
-  *text = std::move(content).str();
+  *bytes = std::move(content).str();
   return true;
 }

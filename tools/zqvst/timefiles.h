@@ -39,11 +39,19 @@ struct ZqvstTempoEntry {
   int line;
 };
 
+// The tempos and meters a map takes, from a file or from the command line:
+// above 0 and at most 999 beats a minute; 1 to 99 beats of 1, 2, 4, 8, 16,
+// 32 or 64.
+inline bool ZqvstIsTempo(double bpm) { return bpm > 0 && bpm <= 999; }
+inline bool ZqvstIsMeterNumerator(long n) { return n >= 1 && n <= 99; }
+inline bool ZqvstIsMeterDenominator(long d) { return d >= 1 && d <= 64 && (d & (d - 1)) == 0; }
+
 // Parse the text of a file; false with a one-line message ("line 3: unknown
 // curve 'foo'") on the first error.  `*out` is replaced, and left empty on an
 // error.
 bool ZqvstParseAutomation(const std::string& text, std::vector<ZqvstAutomationEntry>* out, std::string* error);
 bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* out, std::string* error);
 
-// Reads a whole file; false with a message ("PATH: reason") when it cannot.
-bool ZqvstReadTextFile(const std::string& path, std::string* text, std::string* error);
+// Reads a whole file, text or not; false with a message ("PATH: reason")
+// when it cannot.
+bool ZqvstReadFile(const std::string& path, std::string* bytes, std::string* error);
