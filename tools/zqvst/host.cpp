@@ -73,21 +73,6 @@ std::string ZqvstNarrow(const WCHAR* text) {
 
 std::u16string ZqvstWiden(const std::string& text) { return ZqUtf8ToUtf16(text); }
 
-std::string ZqvstFourChars(LONG id) {
-  std::string text;
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    const char c = static_cast<char>((static_cast<DWORD>(id) >> shift) & 0xFF);
-    text += (c >= 0x20 && c <= 0x7E) ? c : '.';
-  }
-  return text;
-}
-
-std::string ZqvstHex(DWORD value) {
-  char buffer[16];
-  std::snprintf(buffer, sizeof buffer, "0x%08X", static_cast<unsigned>(value));
-  return buffer;
-}
-
 // --- Reports -------------------------------------------------------------------
 
 void ZqvstReport(const ZqvstLibrary* library, const ZqvstFailure& failure) {

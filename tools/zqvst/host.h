@@ -12,6 +12,7 @@
 #include "aplugins/zqvstwrap/izqvstwrap.h"
 #include "kernel/com/object.h"
 #include "mediafw/interfaces.h"
+#include "tools/zqvst/idtext.h"
 
 // Exit statuses.
 constexpr int kZqvstExitOk = 0;
@@ -135,7 +136,3 @@ std::string ZqvstDefaultPlugin();
 // Text conversions for the interfaces' 16-bit text.
 std::string ZqvstNarrow(const WCHAR* text);
 std::u16string ZqvstWiden(const std::string& text);
-// The four characters of a VST unique id ('.' for the unprintable).
-std::string ZqvstFourChars(LONG id);
-// A status as "0x8004E00A".
-std::string ZqvstHex(DWORD value);

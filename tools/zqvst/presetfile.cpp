@@ -29,6 +29,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "tools/zqvst/idtext.h"
 #include "tools/zqvst/timefiles.h"
 
 namespace {
@@ -59,24 +60,7 @@ uint32_t Word(std::string_view data, size_t at) {
 }
 int32_t SignedWord(std::string_view data, size_t at) { return static_cast<int32_t>(Word(data, at)); }
 
-// Four bytes as characters, a byte that is no printable ASCII as '.'.
-std::string FourChars(uint32_t v) {
-  std::string s;
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    const auto c = static_cast<unsigned char>(v >> shift);
-    s += c >= 0x20 && c < 0x7F ? static_cast<char>(c) : '.';
-  }
-  return s;
-}
-
-std::string Hex32(uint32_t v) {
-  static const char digits[] = "0123456789ABCDEF";
-  std::string s = "0x";
-  for (int shift = 28; shift >= 0; shift -= 4) s += digits[(v >> shift) & 0xF];
-  return s;
-}
-
-std::string IdText(uint32_t id) { return "'" + FourChars(id) + "' (" + Hex32(id) + ")"; }
+std::string IdText(uint32_t id) { return "'" + ZqvstFourChars(id) + "' (" + ZqvstHex(id) + ")"; }
 
 // Length of a valid UTF-8 sequence at `s[i]`, or 0.
 size_t Utf8Length(std::string_view s, size_t i) {
@@ -173,7 +157,7 @@ size_t DescribeBankProgram(std::string_view data, size_t at, uint32_t bankId, in
     if (Word(data, at) != kChunkMagic) throw Fault{"does not begin with 'CcnK'"};
     const uint32_t form = Word(data, at + 8);
     if (form != kProgramMagic && form != kProgramChunkMagic)
-      throw Fault{"is no program: its kind is '" + FourChars(form) + "'"};
+      throw Fault{"is no program: its kind is '" + ZqvstFourChars(form) + "'"};
     const uint32_t id = Word(data, at + 16);
     if (id != bankId) throw Fault{"is for another plug-in, " + IdText(id)};
     if (form == kProgramMagic) {
@@ -214,7 +198,9 @@ std::string Describe(std::string_view data) {
   else if (form == kProgramChunkMagic) kind = "FPCh (program chunk)";
   else if (form == kBankMagic) kind = "FxBk (bank of programs)";
   else if (form == kBankChunkMagic) kind = "FBCh (bank chunk)";
-  else throw Fault{"unknown kind '" + FourChars(form) + "' (" + Hex32(form) + "; known are FxCk, FPCh, FxBk, FBCh)"};
+  else
+    throw Fault{"unknown kind '" + ZqvstFourChars(form) + "' (" + ZqvstHex(form) +
+                "; known are FxCk, FPCh, FxBk, FBCh)"};
 
   out << "Kind: " << kind << '\n';
   out << "File size: " << size << " bytes\n";

@@ -321,7 +321,8 @@ bool ZqvstReadFile(const std::string& path, std::string* bytes, std::string* err
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     const int reason = errno;
-    if (error) *error = path + ": " + (reason ? std::generic_category().message(reason) : "cannot be opened for reading");
+    if (error)
+      *error = path + ": " + (reason ? std::generic_category().message(reason) : "cannot be opened for reading");
     return false;
   }
   std::ostringstream content;
