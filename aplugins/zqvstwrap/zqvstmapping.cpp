@@ -43,14 +43,6 @@ const WCHAR* FileNameOf(const WCHAR* path) {
   return name;
 }
 
-// The file's name without its extension, cut to fit `size` characters.
-void BaseNameOf(const WCHAR* path, WCHAR* out, int size) {
-  std::u16string name = FileNameOf(path);
-  const size_t dot = name.rfind(u'.');
-  if (dot != std::u16string::npos && dot > 0) name.resize(dot);
-  lstrcpynW(out, name.c_str(), size);
-}
-
 // The flags a mapping's failure leaves: what the status says of the module.
 DWORD FailureFlags(HRESULT status) {
   if (status == HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND)) return VMF_NO_ENTRY;
@@ -132,30 +124,30 @@ ZQ_API HRESULT ZqVstMapModule(const WCHAR* path, LONG uniqueId, DWORD timeLimitM
   // A module may hang or end the process that loads it: look at it in a
   // child first.  Without the probe program there is only the in-process
   // load, which still survives faults.
-  if (!ZqVstFindProbe().empty()) {
-    ZqProbeReport report{};
-    const HRESULT probed = ZqVstProbeModuleIsolatedEx(nullptr, full, uniqueId, timeLimitMs, &report);
+  // A load that failed leaves its flags; an entry point that gave nothing
+  // or a wrong magic means no plug-in this library can host.
+  auto refuse = [&m](HRESULT status) {
+    m.Flags = FailureFlags(status);
+    return status == E_INVALIDARG ? ZQ_E_COMPONENT : status;
+  };
+  const std::u16string probe = ZqVstFindProbe();
+  if (!probe.empty()) {
+    const HRESULT probed = ZqVstProbeModuleIsolatedEx(probe.c_str(), full, uniqueId, timeLimitMs, nullptr);
     if (probed == ZQ_S_IS_SHELL) return ZQ_S_IS_SHELL;
-    if (FAILED(probed)) {
-      m.Flags = FailureFlags(probed);
-      return probed == E_INVALIDARG ? ZQ_E_COMPONENT : probed;
-    }
+    if (FAILED(probed)) return refuse(probed);
   }
 
   ZqComPtr<IZqVstEffect> effect;
   const HRESULT created = ZqVstCreateEffectInProcess(full, uniqueId, IID_IZqVstEffect, effect.PutVoid());
   if (created == ZQ_S_IS_SHELL) return ZQ_S_IS_SHELL;
   if (created == S_FALSE) return E_OUTOFMEMORY;
-  if (FAILED(created) || !effect) {
-    m.Flags = FailureFlags(created);
-    return created == E_INVALIDARG ? ZQ_E_COMPONENT : (FAILED(created) ? created : E_UNEXPECTED);
-  }
+  if (FAILED(created)) return refuse(created);
+  if (!effect) return refuse(E_UNEXPECTED);
 
-  effect->GetEffectName(m.Name, 64);
+  effect->GetEffectName(m.Name, 64);  // the file's base name when the plug-in has none
   effect->GetVendorString(m.Vendor, 64);
   effect->GetProductString(m.Product, 64);
   effect->GetEffectInfo(&m.Properties);
-  if (!m.Name[0]) BaseNameOf(full, m.Name, 64);
   LONG latency = 0;
   LONG tail = 0;
   if (FAILED(effect->GetLatency(&latency))) latency = m.Properties.initialDelay;
