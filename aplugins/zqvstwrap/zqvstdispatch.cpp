@@ -386,8 +386,7 @@ void CZqVstEffect::CopyIn(const void* source, int sourceChannels, int frames) {
   const int dry = std::max(0, std::min(inputs, outputs));
   const size_t capacity = static_cast<size_t>(m_channelCapacity);
 
-  if (source != nullptr && sourceChannels == 2 && dry == 2 && m_streamType == ZQSAMPLE_PCM16 &&
-      m_pluginType == ZQSAMPLE_FLOAT32 && m_copyIn != nullptr && ZqAudio_WideStereo16Available()) {
+  if (m_wideStereo16 && source != nullptr && sourceChannels == 2 && dry == 2) {
     // The two inputs and their dry copies in one pass; the clear leaves them
     // out.  With two channels a side, what it covers of each block is the
     // rest of the first channel's stride, which the pass reads on the way.
@@ -469,8 +468,7 @@ void CZqVstEffect::CopyOut(void* destination, int destinationChannels, int frame
   if (destination == nullptr) return;
   const int outputs = effect->numOutputs;
   if (destinationChannels == 2 && outputs >= 2) {
-    if (m_streamType == ZQSAMPLE_PCM16 && m_pluginType == ZQSAMPLE_FLOAT32 && m_copyOut != nullptr &&
-        ZqAudio_WideStereo16Available()) {
+    if (m_wideStereo16) {
       ZqAudio_MergeStereo16(destination, m_outputs[0], m_outputs[1], static_cast<size_t>(frames));
       return;
     }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "kernel/audio/convert.h"
+#include "kernel/audio/stereo16.h"
 #include "kernel/memory.h"
 #include "platform/atomic.h"
 #include "platform/module.h"
@@ -97,6 +98,7 @@ CZqVstEffect::CZqVstEffect(const WCHAR* path, LONG id, HRESULT* result)
       m_pluginType(ZQSAMPLE_FLOAT32),
       m_copyIn(nullptr),
       m_copyOut(nullptr),
+      m_wideStereo16(false),
       m_exitPause(0),
       m_log(nullptr),
       m_directory{},
@@ -104,8 +106,7 @@ CZqVstEffect::CZqVstEffect(const WCHAR* path, LONG id, HRESULT* result)
   InitializeCriticalSection(&m_loadLock);
   g_effectCount.fetch_add(1);
   // The stream is float until told otherwise.
-  m_copyIn = ZqAudio_GetCopyChannelsFunction2(m_pluginType, m_streamType);
-  m_copyOut = ZqAudio_GetCopyChannelsFunction2(m_streamType, m_pluginType);
+  ChooseRoutines();
   if (path) {
     for (int i = 0; i < MAX_PATH - 1 && path[i] != 0; ++i) m_path[i] = path[i];
   }
@@ -390,9 +391,15 @@ HRESULT CZqVstEffect::SetSampleRate(double rate) {
 HRESULT CZqVstEffect::SetSampleType(ZQSAMPLETYPE type) {
   m_streamType = type;
   m_pluginType = ZQSAMPLE_FLOAT32;
+  ChooseRoutines();
+  return S_OK;
+}
+
+void CZqVstEffect::ChooseRoutines() {
   m_copyIn = ZqAudio_GetCopyChannelsFunction2(m_pluginType, m_streamType);
   m_copyOut = ZqAudio_GetCopyChannelsFunction2(m_streamType, m_pluginType);
-  return S_OK;
+  m_wideStereo16 = m_streamType == ZQSAMPLE_PCM16 && m_pluginType == ZQSAMPLE_FLOAT32 && m_copyIn != nullptr &&
+                   m_copyOut != nullptr && ZqAudio_WideStereo16Available();
 }
 
 HRESULT CZqVstEffect::SetBlockSize(int frames) {

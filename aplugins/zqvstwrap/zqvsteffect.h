@@ -131,6 +131,9 @@ class CZqVstEffect final : public ZqComObject<CZqVstEffect, IZqVstEffect>, publi
   // Makes the channel buffers hold `frames`; false when out of memory.
   bool EnsureChannelBuffers(int frames);
   void FreeChannelBuffers();
+  // The copy routines of the stream and plug-in types, chosen once a type is
+  // set rather than on every block.
+  void ChooseRoutines();
   void CopyIn(const void* source, int sourceChannels, int frames);
   void CopyOut(void* destination, int destinationChannels, int frames);
 
@@ -152,6 +155,7 @@ class CZqVstEffect final : public ZqComObject<CZqVstEffect, IZqVstEffect>, publi
   ZQSAMPLETYPE m_pluginType;
   ZqAudioCopyChannelsFunction m_copyIn;
   ZqAudioCopyChannelsFunction m_copyOut;
+  bool m_wideStereo16;  // 16-bit stereo takes the kernel's wide pass (kernel/audio/stereo16.h)
   DWORD m_exitPause;
   CLog* m_log;
   char m_directory[MAX_PATH];
