@@ -10,6 +10,7 @@
 #include "kernel/containers/streams.h"
 #include "kernel/memory.h"
 #include "platform/message.h"
+#include "tests/support/test_folder.h"
 
 namespace {
 
@@ -107,19 +108,10 @@ class RefusingStream final : public ZqComObject<RefusingStream, IStream> {
   ~RefusingStream() = default;
 };
 
-// A folder of its own under the system's temporary folder, removed at the end.
-struct TempFolder {
-  fs::path path;
-  explicit TempFolder(const char* name) {
-    path = fs::temp_directory_path() / (std::string("zq_filterstate_") + name);
-    fs::remove_all(path);
-    fs::create_directories(path);
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(path, ignored);
-  }
-  std::u16string File(const char* name) const { return ZqUtf8ToUtf16((path / name).string()); }
+// A folder of the test's own, and the UTF-16 paths the filter takes.
+struct TempFolder : zqtest::TestFolder {
+  explicit TempFolder(const char* name) : zqtest::TestFolder("zq_filterstate_", name) {}
+  std::u16string File(const char* name) const { return ZqUtf8ToUtf16((path() / name).string()); }
 };
 
 class FilterState : public ::testing::Test {
@@ -319,8 +311,8 @@ TEST_F(FilterState, PresetAndBankFilesRoundTrip) {
     EXPECT_EQ(g.ProgramName(2), u"Renamed");
     ASSERT_EQ(g.presets->SetPreset(2), S_OK);
     EXPECT_EQ(g.Params(), edited);
-    fs::remove_all(folder.path);
-    fs::create_directories(folder.path);
+    fs::remove_all(folder.path());
+    fs::create_directories(folder.path());
   }
 }
 

@@ -16,27 +16,18 @@
 #include "mediafw/files/filesource.h"
 #include "mediafw/graph.h"
 #include "mediafw/sink.h"
+#include "tests/support/test_folder.h"
 
 namespace {
 
 constexpr DWORD kWait = 20000;  // a bound against hangs, not a measurement
 namespace fs = std::filesystem;
 
-// A folder of the running test's own, removed afterwards.
 class FilesTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-    for (char& c : name)
-      if (c == '/') c = '_';
-    dir_ = fs::temp_directory_path() / ("zq_files_" + name);
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
   std::u16string Path(const std::string& name) const { return (dir_ / name).u16string(); }
-  fs::path dir_;
+  zqtest::TestFolder folder_{"zq_files_"};
+  const fs::path& dir_ = folder_.path();
 };
 
 WAVEFORMATEX Format(ZQSAMPLETYPE type, int channels, DWORD rate) {

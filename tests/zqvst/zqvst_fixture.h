@@ -16,6 +16,7 @@
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "platform/text.h"
+#include "tests/support/test_folder.h"
 
 namespace zqvsttest {
 
@@ -45,20 +46,8 @@ inline void WriteAll(const fs::path& path, const std::string& text) {
   out << text;
 }
 
-// A folder of the running test's own, removed afterwards.
 class ZqvstTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-    for (char& c : name)
-      if (c == '/') c = '_';
-    dir_ = fs::temp_directory_path() / ("zq_zqvst_" + name);
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
   // Runs zqvst with `args`; standard output and error go to files of the
@@ -106,7 +95,8 @@ class ZqvstTest : public ::testing::Test {
     return names;
   }
 
-  fs::path dir_;
+  zqtest::TestFolder folder_{"zq_zqvst_"};
+  const fs::path& dir_ = folder_.path();
 };
 
 // An audio file read back: its frames as doubles, interleaved.

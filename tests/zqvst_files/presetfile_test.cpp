@@ -7,8 +7,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <vector>
+
+#include "tests/support/test_folder.h"
 
 namespace {
 
@@ -101,12 +102,7 @@ std::string PatchWord(std::string bytes, size_t at, uint32_t v) {
 
 class PresetFileTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::random_device random;
-    dir_ = fs::temp_directory_path() / ("zq_zqvst_preset_" + std::to_string(random()));
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  zqtest::TestFolder folder_{"zq_zqvst_preset_"};
 
   std::string Write(const std::string& bytes, const std::string& name = "file.fxp") {
     const std::string path = (dir_ / name).string();
@@ -129,7 +125,7 @@ class PresetFileTest : public testing::Test {
     return error.size() > path.size() + 2 ? error.substr(path.size() + 2) : error;
   }
 
-  fs::path dir_;
+  const fs::path& dir_ = folder_.path();
 };
 
 TEST_F(PresetFileTest, DescribesAProgramWithItsParameterValues) {

@@ -5,10 +5,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 
 #include "aplugins/zqvstwrap/mediaparams.h"
+#include "tests/support/test_folder.h"
 
 namespace {
 
@@ -226,13 +226,8 @@ TEST(TempoMapFile, EntriesMustRiseInTime) {
 
 class TextFileTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::random_device random;
-    dir_ = std::filesystem::temp_directory_path() / ("zq_zqvst_text_" + std::to_string(random()));
-    std::filesystem::create_directories(dir_);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::filesystem::path dir_;
+  zqtest::TestFolder folder_{"zq_zqvst_text_"};
+  const std::filesystem::path& dir_ = folder_.path();
 };
 
 TEST_F(TextFileTest, ReadsTheBytesAsTheyAre) {
