@@ -3,10 +3,12 @@
 // and the refresh of the cache and the pages after every load.
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "tests/filter/filter_fixture.h"
+#include "kernel/containers/streambase.h"
 #include "kernel/containers/streams.h"
 #include "kernel/memory.h"
 #include "platform/message.h"
@@ -81,7 +83,7 @@ struct MemStream {
 };
 
 // A stream whose every read fails.
-class RefusingStream final : public ZqComObject<RefusingStream, IStream> {
+class RefusingStream final : public ZqStreamObject<RefusingStream> {
  public:
   HRESULT STDMETHODCALLTYPE Read(void*, ULONG, ULONG* read) override {
     if (read) *read = 0;
@@ -92,19 +94,9 @@ class RefusingStream final : public ZqComObject<RefusingStream, IStream> {
     return STG_E_WRITEFAULT;
   }
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) override { return STG_E_INVALIDFUNCTION; }
-  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
 
  private:
-  friend class ZqComObject<RefusingStream, IStream>;
+  friend ComBase;
   ~RefusingStream() = default;
 };
 
@@ -192,7 +184,8 @@ TEST_F(FilterState, LoadOfShortDamagedOrForeignStreams) {
   const std::vector<float> program2 = b.Params();
 
   // A failing read decides the result and nothing reaches the plug-in.
-  auto* refusing = new RefusingStream;
+  auto* refusing = new (std::nothrow) RefusingStream;
+  ASSERT_NE(refusing, nullptr);
   EXPECT_EQ(b.persist->Load(refusing), STG_E_READFAULT);
   EXPECT_EQ(b.persist->Save(refusing, TRUE), STG_E_WRITEFAULT);
   refusing->Release();
