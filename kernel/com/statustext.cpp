@@ -11,7 +11,9 @@
 // HRESULT_FROM_WIN32.
 #include "kernel/com/statustext.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 namespace {
 
@@ -247,13 +249,7 @@ const ZqStatusTextRow* ZqStatusTextRows(size_t* count) {
 
 ZQ_API const char* ZqStatusText(HRESULT status) {
   const uint32_t key = static_cast<uint32_t>(status);
-  size_t low = 0, high = sizeof kRows / sizeof kRows[0];
-  while (low < high) {
-    const size_t mid = low + (high - low) / 2;
-    const uint32_t at = kRows[mid].code;
-    if (at == key) return kRows[mid].text;
-    if (at < key) low = mid + 1;
-    else high = mid;
-  }
-  return nullptr;
+  const auto row = std::lower_bound(std::begin(kRows), std::end(kRows), key,
+                                    [](const ZqStatusTextRow& r, uint32_t code) { return r.code < code; });
+  return row != std::end(kRows) && row->code == key ? row->text : nullptr;
 }
