@@ -87,6 +87,14 @@ bool ZqvstParseDouble(const std::string& text, double* value) {
   return true;
 }
 
+bool ZqvstEqualsNoCase(std::string_view a, std::string_view b) {
+  auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (lower(a[i]) != lower(b[i])) return false;
+  return true;
+}
+
 bool ZqvstReadSets(const ZqvstArgs& args, std::vector<std::pair<std::string, double>>* sets, std::string* error) {
   for (const auto& set : args.All("set")) {
     const size_t equals = set.rfind('=');

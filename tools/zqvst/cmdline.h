@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct ZqvstOption {
@@ -36,6 +37,10 @@ class ZqvstArgs {
 // hexadecimal).
 bool ZqvstParseDouble(const std::string& text, double* value);
 bool ZqvstParseLong(const std::string& text, long* value);
+
+// Whether two texts are equal with ASCII letters compared without regard to
+// case (names, extensions and keywords; never locale-dependent).
+bool ZqvstEqualsNoCase(std::string_view a, std::string_view b);
 
 // The values of every --set PARAM=VALUE, in order; false with a message for
 // one of another form.

@@ -9,6 +9,7 @@
 #include "platform/module.h"
 #include "platform/process.h"
 #include "platform/text.h"
+#include "tools/zqvst/cmdline.h"
 
 #ifndef ZQVST_INSTALL_LIBDIR
 #define ZQVST_INSTALL_LIBDIR "lib"
@@ -34,12 +35,6 @@ bool FileExists(const std::string& path) {
 template <class F>
 F Export(HMODULE module, const char* name) {
   return reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
-}
-
-std::string Lower(std::string text) {
-  for (char& c : text)
-    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-  return text;
 }
 
 std::string Trim(const std::string& text) {
@@ -278,11 +273,10 @@ bool ZqvstPlugin::FindParam(const std::string& text, DWORD* index, ZqvstFailure*
       return true;
     }
   } else {
-    const std::string lowered = Lower(wanted);
     for (DWORD i = 0; i < count; ++i) {
       WCHAR buffer[256] = {};
       m_prop->GetParamName(int(i), buffer, 256);
-      if (Lower(Trim(ZqvstNarrow(buffer))) == lowered) {
+      if (ZqvstEqualsNoCase(Trim(ZqvstNarrow(buffer)), wanted)) {
         *index = i;
         return true;
       }

@@ -27,15 +27,9 @@ const char* const kZqvstPresetHelp =
 
 namespace {
 
-bool EndsWithNoCase(const std::string& text, const char* suffix) {
-  const std::string s(suffix);
-  if (text.size() < s.size()) return false;
-  for (size_t i = 0; i < s.size(); ++i) {
-    char c = text[text.size() - s.size() + i];
-    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-    if (c != s[i]) return false;
-  }
-  return true;
+bool EndsWithNoCase(const std::string& text, std::string_view suffix) {
+  return text.size() >= suffix.size() &&
+         ZqvstEqualsNoCase(std::string_view(text).substr(text.size() - suffix.size()), suffix);
 }
 
 int Save(int argc, char** argv, int first) {

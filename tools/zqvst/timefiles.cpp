@@ -106,15 +106,6 @@ bool AllDigits(std::string_view s) {
   return true;
 }
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (Lower(a[i]) != Lower(b[i])) return false;
-  return true;
-}
-
 struct CurveName {
   const char* name;
   int curve;
@@ -177,7 +168,7 @@ bool ParseAutomationLine(const std::vector<Token>& tokens, int line, ZqvstAutoma
   const Token& curve = tokens[5];
   entry->curve = 0;
   for (const CurveName& known : kCurves)
-    if (!curve.quoted && EqualsNoCase(curve.text, known.name)) entry->curve = known.curve;
+    if (!curve.quoted && ZqvstEqualsNoCase(curve.text, known.name)) entry->curve = known.curve;
   if (entry->curve == 0) {
     *error = LinePrefix(line) + "unknown curve '" + curve.text + "' (jump, linear, square, invsquare or sine)";
     return false;
@@ -256,7 +247,7 @@ bool ZqvstParseTempoMap(const std::string& text, std::vector<ZqvstTempoEntry>* o
     std::string& message = *failure;
     ZqvstTempoEntry entry{};
     entry.line = number;
-    const bool meter = tokens.size() >= 2 && !tokens[1].quoted && EqualsNoCase(tokens[1].text, "meter");
+    const bool meter = tokens.size() >= 2 && !tokens[1].quoted && ZqvstEqualsNoCase(tokens[1].text, "meter");
     const size_t expected = meter ? 3 : 2;
     if (tokens.size() < expected) {
       message = LinePrefix(number) + (meter ? "expected TIME meter N/D" : "expected TIME BPM or TIME meter N/D");
