@@ -13,6 +13,8 @@ packages=(
   xvfb
   # Real third-party VST 2.x plug-ins for integration tests.
   lsp-plugins-vst dragonfly-reverb-vst
+  # GNU time: the peak memory of long renders (bench/render).
+  time
 )
 
 missing=()
