@@ -31,6 +31,8 @@ foreach(example zqgain zqdelay zqchunk zqbiquad)
 endforeach()
 
 # Public headers: the interfaces and records a host needs.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/base/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/base
+  FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/platform
   FILES_MATCHING PATTERN "*.h" PATTERN "linux" EXCLUDE PATTERN "windows" EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/kernel/com/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqvstwrap/kernel/com

@@ -6,7 +6,7 @@
 // second start without a stop only takes the module handle again.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 #include "platform/module.h"
 
 // Stores `module` as the kernel's own module and takes the host process's

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "kernel/memory.h"
 #include "platform/thread.h"
 

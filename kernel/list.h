@@ -37,7 +37,7 @@
 
 #include <cstddef>
 
-#include "platform/base.h"
+#include "base/types.h"
 #include "platform/sync.h"
 
 // Option bits.

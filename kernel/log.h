@@ -14,8 +14,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "kernel/com/status.h"
-#include "platform/base.h"
+#include "base/status.h"
+#include "base/types.h"
 #include "platform/sync.h"
 
 // Levels and line parts.  The low 16 bits are levels (a Write with a level

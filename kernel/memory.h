@@ -17,7 +17,7 @@
 // heap serialises its own bookkeeping, whatever flags are passed.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 // Flags of the private heap functions, with the original platform's values.
 constexpr DWORD ZQHEAP_NO_SERIALIZE = 0x1;  // accepted; the heap serialises anyway

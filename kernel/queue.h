@@ -21,7 +21,7 @@
 
 #include <cstddef>
 
-#include "platform/base.h"
+#include "base/types.h"
 #include "platform/sync.h"
 
 // The head takes part in the ring as an element, so the links of a head are

@@ -2,7 +2,7 @@
 // table does not list.  Values are the platform's, bit for bit.
 #pragma once
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 
 #if !defined(_WIN32)
 

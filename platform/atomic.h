@@ -2,7 +2,7 @@
 // the original platform.  Header only.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 #if !defined(_WIN32)
 

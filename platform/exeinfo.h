@@ -14,7 +14,7 @@
 // class 64.  Relocatable objects and core files are no executables.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 // Machine numbers of the portable-executable numbering.
 constexpr unsigned ZQ_MACHINE_I386 = 0x014C;

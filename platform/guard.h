@@ -98,7 +98,7 @@
 // that completed.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 #include <type_traits>
 #include <utility>

@@ -11,9 +11,8 @@
 // Every function here may be called from any thread.
 #pragma once
 
-#include "platform/base.h"
-
-#include "kernel/com/status.h"
+#include "base/status.h"
+#include "base/types.h"
 
 #if !defined(_WIN32)
 
@@ -28,32 +27,6 @@ struct SECURITY_ATTRIBUTES {
 };
 typedef SECURITY_ATTRIBUTES* LPSECURITY_ATTRIBUTES;
 typedef const void* LPCVOID;
-
-// Platform error numbers this layer reports that the system's status table
-// does not list (same values as the original platform).
-constexpr DWORD ERROR_INVALID_FUNCTION = 1;
-constexpr DWORD ERROR_INVALID_DATA = 13;
-constexpr DWORD ERROR_NOT_SAME_DEVICE = 17;
-constexpr DWORD ERROR_NO_MORE_FILES = 18;
-constexpr DWORD ERROR_WRITE_PROTECT = 19;
-constexpr DWORD ERROR_GEN_FAILURE = 31;
-constexpr DWORD ERROR_SHARING_VIOLATION = 32;
-constexpr DWORD ERROR_NOT_SUPPORTED = 50;
-constexpr DWORD ERROR_BROKEN_PIPE = 109;
-constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
-constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
-constexpr DWORD ERROR_BUSY = 170;
-constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
-constexpr DWORD ERROR_DIRECTORY = 267;
-constexpr DWORD ERROR_NOT_OWNER = 288;
-constexpr DWORD ERROR_TOO_MANY_POSTS = 298;
-constexpr DWORD ERROR_NOACCESS = 998;
-constexpr DWORD ERROR_INVALID_FLAGS = 1004;
-constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
-constexpr DWORD ERROR_IO_DEVICE = 1117;
-constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
-constexpr DWORD ERROR_INVALID_THREAD_ID = 1444;
-constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
 // Closes a handle of any kind of this layer.  FALSE with ERROR_INVALID_HANDLE
 // for a handle that is not open (null, INVALID_HANDLE_VALUE, already closed).

@@ -25,7 +25,7 @@
 // loader's own message is kept for logs (ZqGetLastLoadErrorText).
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 #if !defined(_WIN32)
 

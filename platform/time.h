@@ -1,6 +1,6 @@
 // Clocks and calendar times.
 //
-// FILETIME (platform/base.h) counts 100-nanosecond units since 1 January
+// FILETIME (base/types.h) counts 100-nanosecond units since 1 January
 // 1601, UTC.  SYSTEMTIME is a broken-down calendar time; its day of the week
 // counts from Sunday = 0.
 #pragma once

@@ -4,7 +4,7 @@
 // id as the parent window, as it would from a host's page.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 struct ZqNativeWindow {
   UINT_PTR window;  // the X11 window id, 0 when none

@@ -21,7 +21,7 @@
 #include "kernel/audio/waveformat.h"
 #include "kernel/com/stream.h"
 #include "kernel/com/unknown.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 // What GetEffectInfo reports: nine 32-bit words, from the plug-in's AEffect
 // except the vendor version (effGetVendorVersion).

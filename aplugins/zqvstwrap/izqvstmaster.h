@@ -14,7 +14,7 @@
 #pragma once
 
 #include "kernel/com/unknown.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 // The transport and musical position that the filter reports for the
 // present sample position (GetTime).  Items are valid with their flag.

@@ -8,7 +8,7 @@
 #include "aplugins/zqvstwrap/izqvsteffect.h"
 #include "kernel/audio/waveformat.h"
 #include "kernel/com/unknown.h"
-#include "platform/base.h"
+#include "base/types.h"
 #include "platform/message.h"
 
 typedef DWORD LCID;

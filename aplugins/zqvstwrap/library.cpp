@@ -1,7 +1,7 @@
 // What runs when libzqvstwrap.so is loaded into a process and unloaded from
 // it: the kernel comes up before anything can touch it, and at unload the
 // record list goes and the kernel stops last.
-#include "aplugins/zqvstwrap/zqvstfactory.h"
+#include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
 #include "kernel/kernel_init.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <cstddef>
 
 #include "kernel/com/unknown.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 typedef LONGLONG REFERENCE_TIME;
 typedef float MP_DATA;

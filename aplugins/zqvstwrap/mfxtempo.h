@@ -27,7 +27,7 @@
 #include "aplugins/zqvstwrap/vst2abi.h"
 #include "kernel/audio/waveformat_types.h"
 #include "kernel/com/unknown.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 // ---------------------------------------------------------------------------
 // The time record of one block.

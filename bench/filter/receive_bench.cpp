@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "aplugins/zqvstwrap/zqvsteffect.h"
-#include "aplugins/zqvstwrap/zqvstfactory.h"
-#include "aplugins/zqvstwrap/zqvstwrap.h"
+#include "aplugins/zqvstwrap/host/zqvsteffect.h"
+#include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
+#include "aplugins/zqvstwrap/filter/zqvstwrap.h"
 #include "mediafw/graph.h"
 #include "mediafw/memsource.h"
 #include "platform/text.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "aplugins/zqvstwrap/zqvstparams.h"
+#include "aplugins/zqvstwrap/filter/zqvstparams.h"
 #include "kernel/audio/convert.h"
 
 namespace {

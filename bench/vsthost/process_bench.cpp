@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "aplugins/zqvstwrap/zqvsteffect.h"
+#include "aplugins/zqvstwrap/host/zqvsteffect.h"
 #include "kernel/audio/convert.h"
 #include "platform/text.h"
 

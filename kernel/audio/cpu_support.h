@@ -5,7 +5,7 @@
 // the allowed and forced masks pin any variant (tests use this).
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 constexpr DWORD ZQCPU_LEVEL_MASK = 0x000F;
 constexpr DWORD ZQCPU_MMX = 0x0010;

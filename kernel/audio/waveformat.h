@@ -9,8 +9,8 @@
 #pragma once
 
 #include "kernel/audio/waveformat_types.h"
-#include "kernel/com/status.h"
-#include "platform/base.h"
+#include "base/status.h"
+#include "base/types.h"
 
 typedef int ZQSAMPLETYPE;
 

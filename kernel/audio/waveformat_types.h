@@ -4,7 +4,7 @@
 #pragma once
 
 #include "kernel/com/guid.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 #if defined(_WIN32)
 #include <mmreg.h>

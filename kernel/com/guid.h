@@ -5,8 +5,8 @@
 // the same on another.
 #pragma once
 
-#include "kernel/com/status.h"
-#include "platform/base.h"
+#include "base/status.h"
+#include "base/types.h"
 
 #if !defined(_WIN32)
 

@@ -2,7 +2,7 @@
 // other.  Both sides must use these functions, never malloc/free or new.
 #pragma once
 
-#include "platform/base.h"
+#include "base/types.h"
 
 #if !defined(_WIN32)
 ZQ_API void* CoTaskMemAlloc(size_t size);

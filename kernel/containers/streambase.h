@@ -5,10 +5,10 @@
 #include <new>
 
 #include "kernel/com/object.h"
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "kernel/com/stream.h"
 #include "kernel/memory.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 // Stream objects come zero-filled from the kernel's allocation hook, so that
 // a field the constructor does not set reads as zero and tests can make the

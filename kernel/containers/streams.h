@@ -26,10 +26,10 @@
 // is one) is cleared; no memory gives E_OUTOFMEMORY.
 #pragma once
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "kernel/com/stream.h"
 #include "kernel/list.h"
-#include "platform/base.h"
+#include "base/types.h"
 
 // Reported by the list stream when it was made without a list.
 constexpr HRESULT ZQ_E_STREAM_NO_LIST = ZqMakeStatus(0x800A0026);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kernel/audio/waveformat.h"
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/file.h"
 #include "platform/text.h"
 

@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/file.h"
 #include "platform/text.h"
 

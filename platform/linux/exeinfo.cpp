@@ -2,7 +2,7 @@
 // ELF objects in the same terms.
 #include "platform/exeinfo.h"
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/file.h"
 #include "platform/linux/elfheader.h"
 

@@ -3,7 +3,7 @@
 // filter takes the fault.  See platform/guard.h for the contract.
 #include "platform/guard.h"
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 
 #include <cxxabi.h>
 #include <setjmp.h>

@@ -1,4 +1,4 @@
-#include "platform/base.h"
+#include "base/types.h"
 
 namespace {
 thread_local DWORD t_lastError = 0;

@@ -1,7 +1,7 @@
 // The module loader over the system's dynamic loader.
 #include "platform/module.h"
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/linux/elfheader.h"
 #include "platform/text.h"
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/environment.h"
 #include "platform/text.h"
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "filter_fixture.h"
-#include "aplugins/zqvstwrap/zqvsteffect.h"
+#include "aplugins/zqvstwrap/host/zqvsteffect.h"
 #include "kernel/com/taskmem.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "aplugins/zqvstwrap/zqvstfactory.h"
-#include "aplugins/zqvstwrap/zqvstwrap.h"
+#include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
+#include "aplugins/zqvstwrap/filter/zqvstwrap.h"
 #include "mediafw/graph.h"
 #include "mediafw/memsource.h"
 #include "mediafw/sink.h"

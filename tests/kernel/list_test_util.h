@@ -9,7 +9,7 @@
 #include <new>
 #include <vector>
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "kernel/list.h"
 #include "kernel/memory.h"
 

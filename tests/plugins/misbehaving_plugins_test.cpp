@@ -3,7 +3,7 @@
 // otherwise.
 #include <gtest/gtest.h>
 
-#include "kernel/com/status.h"
+#include "base/status.h"
 #include "platform/guard.h"
 #include "tests/plugins/plugin_host.h"
 

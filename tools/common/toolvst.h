@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "aplugins/zqvstwrap/vst2abi.h"
-#include "platform/base.h"
+#include "base/types.h"
 #include "platform/module.h"
 
 enum class ZqToolLoad {

@@ -3,7 +3,7 @@
 // Loads one VST 2.x module, enters it (asking a shell for plug-in ID, 0 by
 // default), opens the effect and closes it again, every call inside the
 // fault guard, and ends with a status that says what happened (the
-// ZqProbeResult values of aplugins/zqvstwrap/zqvstprobe.h).  A module that
+// ZqProbeResult values of aplugins/zqvstwrap/host/zqvstprobe.h).  A module that
 // hangs or ends the process is the business of whoever started the probe:
 // the host runs it as a child and kills it at a time limit.
 //
@@ -17,7 +17,7 @@
 #include <cstring>
 #include <string>
 
-#include "aplugins/zqvstwrap/zqvstprobe.h"
+#include "aplugins/zqvstwrap/host/zqvstprobe.h"
 #include "platform/guard.h"
 #include "platform/process.h"
 #include "platform/sync.h"

@@ -8,7 +8,7 @@
 
 #include "aplugins/zqvstwrap/mediaparams.h"
 #include "aplugins/zqvstwrap/mfxtempo.h"
-#include "aplugins/zqvstwrap/zqvstmapping.h"
+#include "aplugins/zqvstwrap/discovery/zqvstmapping.h"
 #include "aplugins/zqvstwrap/izqvstwrap.h"
 #include "kernel/com/object.h"
 #include "mediafw/interfaces.h"

@@ -14,7 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "aplugins/zqvstwrap/zqvsttimemap.h"
+#include "aplugins/zqvstwrap/filter/zqvsttimemap.h"
 #include "kernel/audio/waveformat.h"
 #include "mediafw/codes.h"
 #include "mediafw/files/filesink.h"

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "aplugins/zqvstwrap/zqvsttimemap.h"
+#include "aplugins/zqvstwrap/filter/zqvsttimemap.h"
 
 bool ZqvstBuildTimeMap(const std::vector<ZqvstTempoEntry>& entries, DWORD rate, CZqVstTimeMap** out,
                        ZqvstFailure* failure) {

@@ -1,0 +1,161 @@
+// Helpers of the hosting tests: loading the plug-ins we build, reading what
+// they recorded, and a master that records what the effect asked of it.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "aplugins/zqvstwrap/host/zqvsteffect.h"
+#include "kernel/com/object.h"
+#include "platform/module.h"
+#include "platform/text.h"
+
+namespace zqtest {
+
+inline std::u16string PluginPath(const char* name) {
+  return ZqUtf8ToUtf16(std::string(ZQ_PLUGIN_DIR) + "/" + name + ".so");
+}
+
+inline std::string Narrow(const WCHAR* text) { return ZqUtf16ToUtf8(text ? text : u""); }
+
+// An effect made in this process, released at the end of the scope.
+struct Loaded {
+  CZqVstEffect* effect = nullptr;
+  HRESULT hr = E_FAIL;
+
+  explicit Loaded(const char* name, LONG id = 0) : Loaded(PluginPath(name), id) {}
+  Loaded(const std::u16string& path, LONG id) { effect = new CZqVstEffect(path.c_str(), id, &hr); }
+  ~Loaded() {
+    if (effect) effect->Release();
+  }
+  Loaded(const Loaded&) = delete;
+  Loaded& operator=(const Loaded&) = delete;
+  CZqVstEffect* operator->() const { return effect; }
+};
+
+// The C functions a module built on the plug-ins' common base exports.
+class PluginRecord {
+ public:
+  explicit PluginRecord(const char* name) {
+    module_ = LoadLibraryW(PluginPath(name).c_str());
+    if (module_) {
+      log_ = reinterpret_cast<const char* (*)()>(reinterpret_cast<void (*)()>(GetProcAddress(module_, "zqplugin_log")));
+      clear_ = reinterpret_cast<void (*)()>(GetProcAddress(module_, "zqplugin_log_clear"));
+      state_ = reinterpret_cast<long long (*)(int)>(reinterpret_cast<void (*)()>(GetProcAddress(module_, "zqplugin_state")));
+    }
+  }
+  ~PluginRecord() {
+    if (module_) FreeLibrary(module_);
+  }
+  PluginRecord(const PluginRecord&) = delete;
+  PluginRecord& operator=(const PluginRecord&) = delete;
+
+  bool ok() const { return log_ && clear_ && state_; }
+  HMODULE module() const { return module_; }
+  std::string Log() const { return log_ ? log_() : ""; }
+  std::vector<std::string> Lines() const {
+    std::vector<std::string> lines;
+    std::string text = Log();
+    size_t start = 0;
+    while (start < text.size()) {
+      size_t end = text.find('\n', start);
+      if (end == std::string::npos) end = text.size();
+      lines.push_back(text.substr(start, end - start));
+      start = end + 1;
+    }
+    return lines;
+  }
+  void Clear() const {
+    if (clear_) clear_();
+  }
+  long long State(int slot) const { return state_ ? state_(slot) : -1; }
+
+  template <class F>
+  F Function(const char* name) const {
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module_, name)));
+  }
+
+ private:
+  HMODULE module_ = nullptr;
+  const char* (*log_)() = nullptr;
+  void (*clear_)() = nullptr;
+  long long (*state_)(int) = nullptr;
+};
+
+// Slots of zqplugin_state.
+enum : int {
+  kStateFlags = 0,
+  kStateSampleRate = 1,
+  kStateBlockSize = 2,
+  kStateMainsOnCount = 3,
+  kStateMainsOffCount = 4,
+  kStateStartCount = 5,
+  kStateStopCount = 6,
+  kStateProcessCount = 7,
+  kStateLastFrames = 8,
+  kStateProgram = 9,
+  kStateArrangementCount = 11,
+  kStateOpenCount = 12,
+  kStateCloseCount = 13,
+  kStatePluginSpecific = 17,
+};
+
+// A master that records what reaches it and answers GetTime with `time`.
+class RecordingMaster final : public ZqComObject<RecordingMaster, IZqVstMaster> {
+ public:
+  VstMasterTime time{};
+  HRESULT timeResult = S_OK;
+  LONG tempo = 1200000;
+  std::vector<std::string> calls;
+
+  HRESULT STDMETHODCALLTYPE Automate(LONG index, float value) override {
+    calls.push_back("Automate " + std::to_string(index) + " " + std::to_string(value));
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Idle() override {
+    calls.push_back("Idle");
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE UpdateDisplay() override {
+    calls.push_back("UpdateDisplay");
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetTime(VstMasterTime* out) override {
+    *out = time;
+    return timeResult;
+  }
+  HRESULT STDMETHODCALLTYPE GetTempoAt(LONGLONG position, LONG* out) override {
+    calls.push_back("GetTempoAt " + std::to_string(position));
+    *out = tempo;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE SizeWindow(LONG width, LONG height) override {
+    calls.push_back("SizeWindow " + std::to_string(width) + " " + std::to_string(height));
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE BeginEdit(LONG index) override {
+    calls.push_back("BeginEdit " + std::to_string(index));
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE EndEdit(LONG index) override {
+    calls.push_back("EndEdit " + std::to_string(index));
+    return S_OK;
+  }
+
+ private:
+  friend class ZqComObject<RecordingMaster, IZqVstMaster>;
+  ~RecordingMaster() = default;
+};
+
+// Lines of `all` that start with `prefix`.
+inline std::vector<std::string> Matching(const std::vector<std::string>& all, const std::string& prefix) {
+  std::vector<std::string> out;
+  for (const auto& line : all)
+    if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
+  return out;
+}
+
+}  // namespace zqtest
