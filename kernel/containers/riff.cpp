@@ -491,8 +491,10 @@ struct Riff {
       hr = ReadExact(io, bytes, n);
       if (SUCCEEDED(hr)) {
         bytes[n - 1] = 0;
-        // UTF-8 never takes more UTF-16 units than bytes, so this fits.
-        const int got = MultiByteToWideChar(CP_ACP, 1, bytes, static_cast<int>(n), buffer, static_cast<int>(length));
+        // UTF-8 never takes more UTF-16 units than bytes, so this fits.  The
+        // 8-bit page is UTF-8 here, which takes no composition flags: its
+        // conversion gives precomposed characters as they were written.
+        const int got = MultiByteToWideChar(CP_ACP, 0, bytes, static_cast<int>(n), buffer, static_cast<int>(length));
         if (got == 0) buffer[0] = 0;
         buffer[length - 1] = 0;
       }
