@@ -1,23 +1,40 @@
 // Start and stop of the kernel, run by the library that holds it when that
 // library is loaded and unloaded.
 //
-// ZqKernel_EarlyInitialize must run before anything else of the kernel is
-// used; ZqKernel_LateTerminate runs last.  Both are idempotent in pairs: a
-// second start without a stop only takes the module handle again.
+// ZqKernel_EarlyInitialize runs first of all in the library's load path,
+// before any string, window class or help path is touched;
+// ZqKernel_LateTerminate runs last of all when it is unloaded.  Both run on
+// the loading thread while no other thread uses the kernel.
 #pragma once
 
 #include "base/types.h"
 #include "platform/module.h"
 
-// Stores `module` as the kernel's own module and takes the host process's
-// module, then runs the kernel's initialisers.  Answers 1 when they all
-// succeeded and 0 otherwise, never a negative value: a kernel that could not
-// start fully must not stop its library from loading.  `flags` is reserved
-// (0).
-ZQ_API int ZqKernel_EarlyInitialize(HMODULE module, DWORD flags);
-// Runs the kernel's terminators and clears the module handles.
-ZQ_API void ZqKernel_LateTerminate();
-// The module given at start (null before it and after the stop).
-ZQ_API HMODULE ZqKernel_GetModuleHandle();
+// Keeps `instance` as the application module (the module whose texts the
+// kernel's language handle reads), makes its resource store known, opens the
+// kernel's language handle with the user's UI language still unchosen
+// (unless it is open already) and reads the locale's values.  `options` bit
+// 0 is kept, and when it is clear, bit 5 as bit 1 (ZqKernel_GetOptions).
+// Answers 1 when the language handle is open and 0 otherwise, never a
+// negative value: a kernel that could not start fully must not stop its
+// library from loading.
+ZQ_API int ZqKernel_EarlyInitialize(HMODULE instance, DWORD options = 0);
+// Closes the kernel's language handle, forgets the application module and
+// its store.  Answers 1.  Both arguments are not read.
+ZQ_API int ZqKernel_LateTerminate(HMODULE instance = nullptr, DWORD reserved = 0);
+
+// The application module given at start (null before it and after the stop).
+ZQ_API HMODULE ZqKernel_GetAppKernel();
+// The full path of the application module into `dst` of `size` characters.
+// 0 on success, else the status of the platform's error.
+ZQ_API HRESULT ZqKernel_GetAppKernelPathName(LPWSTR dst, DWORD size);
+// The option word kept at start.
+ZQ_API DWORD ZqKernel_GetOptions();
 // The host process's main module, taken at start.
 ZQ_API HMODULE ZqKernel_GetHostModuleHandle();
+// The same as ZqKernel_GetAppKernel, under its older name.
+ZQ_API HMODULE ZqKernel_GetModuleHandle();
+// The splash window that message boxes keep in front of; null clears it.
+// Answers the previous one.
+ZQ_API HANDLE ZqKernel_SetSplash(HANDLE window);
+ZQ_API HANDLE ZqKernel_GetSplash();

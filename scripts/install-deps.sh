@@ -5,6 +5,8 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build clang pkg-config
+  # The generator of the string table and string resources.
+  python3
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev libicu-dev libsndfile1-dev libpng-dev zlib1g-dev
   libxcb1-dev libcairo2-dev libpango1.0-dev

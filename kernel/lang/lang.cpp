@@ -360,7 +360,6 @@ ZQ_API int ZqLang_LocalizeUserName(HZQLANG h, LPCWSTR first, LPCWSTR last, LPWST
     dst[length++] = u' ';
     lstrcpynW(dst + length, b ? b : u"", size - length);
   }
-  dst[std::min(length, size - 1)] = 0;
   return lstrlenW(dst);
 }
 

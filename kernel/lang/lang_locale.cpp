@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -229,21 +230,32 @@ UINT ZqLang_LCIDFromLocaleName(const char* name) {
   uloc_canonicalize(s.c_str(), canonical, sizeof canonical, &status);
   if (U_FAILURE(status)) return 0x409;
   UINT lcid = uloc_getLCID(canonical);
-  if (lcid == 0) {
-    // A language without its region: the platform's main form of it.
+  // A language without its region has a neutral LCID (sublanguage 0): take
+  // the region the language is most at home in, as the platform's default
+  // form of the language.  Plain "pt" names European Portuguese, as the
+  // catalogues of Linux systems do.
+  if ((lcid & 0xFC00) == 0) {
+    char language[ULOC_LANG_CAPACITY] = {};
+    char region[ULOC_COUNTRY_CAPACITY] = {};
     char likely[ULOC_FULLNAME_CAPACITY] = {};
     status = U_ZERO_ERROR;
-    uloc_addLikelySubtags(canonical, likely, sizeof likely, &status);
-    char base[ULOC_FULLNAME_CAPACITY] = {};
-    if (U_SUCCESS(status)) {
-      // Drop the script ICU adds ("de_Latn_DE") unless the LCID needs it.
-      char language[ULOC_LANG_CAPACITY] = {}, region[ULOC_COUNTRY_CAPACITY] = {};
-      uloc_getLanguage(likely, language, sizeof language, &status);
-      uloc_getCountry(likely, region, sizeof region, &status);
+    uloc_getLanguage(canonical, language, sizeof language, &status);
+    uloc_getCountry(canonical, region, sizeof region, &status);
+    if (!region[0]) {
+      if (std::strcmp(language, "pt") == 0) {
+        std::strcpy(region, "PT");
+      } else {
+        uloc_addLikelySubtags(canonical, likely, sizeof likely, &status);
+        uloc_getCountry(likely, region, sizeof region, &status);
+      }
+    }
+    if (U_SUCCESS(status) && region[0]) {
+      // Without the script that ICU's likely form carries ("de_Latn_DE").
+      char base[ULOC_FULLNAME_CAPACITY] = {};
       std::snprintf(base, sizeof base, "%s_%s", language, region);
       lcid = uloc_getLCID(base);
-      if (lcid == 0) lcid = uloc_getLCID(likely);
     }
+    if ((lcid & 0xFC00) == 0) lcid = 0;
   }
   return lcid ? lcid : 0x409;
 }

@@ -8,6 +8,9 @@
   genstrings.py --pot ... --po-dir ... --module-out FILE.cpp [--langs de,fr]
       writes the source of a language module: a shared object that exports
       its resource store as ZqResourceDirectory;
+  genstrings.py --pot ... --po-dir ... --status-out FILE.inc
+      writes the English texts of the status codes as rows for
+      base/statustext.cpp;
   genstrings.py --pot ... --po-dir ... --check
       only checks the catalogues.
 
@@ -290,6 +293,52 @@ def resource_source(items, symbol, exported):
     return "".join(out)
 
 
+def c_narrow(text):
+    """A narrow literal of UTF-8 bytes."""
+    out = []
+    for b in text.encode("utf-8"):
+        ch = chr(b)
+        if ch in '"\\':
+            out.append("\\" + ch)
+        elif 32 <= b < 127:
+            out.append(ch)
+        else:
+            out.append("\\%03o" % b)
+    return '"' + "".join(out) + '"'
+
+
+def status_rows(template):
+    """The English status texts, as the status vocabulary shows them outside a
+    message box: without the two leading line feeds, and with the host
+    application's name, which only a message box fills in, as "the
+    application".  A text that waits for an argument is no finished
+    sentence and is left out."""
+    rows = {}
+    for e in template:
+        if e.ctx.startswith("STATUS_") and not [a for a in arguments(e.msgid) if not a.startswith("$(")]:
+            code = int(e.ctx[7:], 16)
+            text = e.msgid[2:] if e.msgid.startswith("\n\n") else e.msgid
+            rows.setdefault(code, text.replace("$(AppName)", "the application"))
+    out = [GENERATED, "// Rows of status codes and their English texts, rising by code.\n"]
+    out += ["{0x%08X, %s},\n" % (code, c_narrow(text)) for code, text in sorted(rows.items())]
+    return "".join(out)
+
+
+def status_entries(template):
+    """The table entries of the status codes, rising by code; a code listed
+    twice keeps its first place."""
+    first = {}
+    for e in template:
+        if e.ctx.startswith("STATUS_"):
+            first.setdefault(int(e.ctx[7:], 16), e.ctx)
+    out = ["\n// The table entry of each status code, rising by code.\n",
+           "struct ZqStatusEntry {\n  DWORD code;\n  ZQSTR entry;\n};\n",
+           "inline constexpr ZqStatusEntry kZqStatusEntries[] = {\n"]
+    out += ["    {0x%08X, ZQSTR::%s},\n" % (code, ctx) for code, ctx in sorted(first.items())]
+    out.append("};\n")
+    return "".join(out)
+
+
 def main():
     p = argparse.ArgumentParser()
     p.add_argument("--pot", required=True)
@@ -297,6 +346,7 @@ def main():
     p.add_argument("--out-dir")
     p.add_argument("--module-out")
     p.add_argument("--langs", default=",".join(RESOURCE_LANGS))
+    p.add_argument("--status-out")
     p.add_argument("--check", action="store_true")
     args = p.parse_args()
     template, translated = load(args)
@@ -304,11 +354,14 @@ def main():
         return
     if args.out_dir:
         ids, table = table_sources(template, translated)
+        ids += status_entries(template)
         write_file(os.path.join(args.out_dir, "kernel", "strings", "zqstrings_ids.h"), ids)
         write_file(os.path.join(args.out_dir, "zqstrings_table.cpp"), table)
         items = resource_items(template, translated, RESOURCE_LANGS)
         write_file(os.path.join(args.out_dir, "zqstrings_res.cpp"),
                          resource_source(items, "g_zqKernelResources", False))
+    if args.status_out:
+        write_file(args.status_out, status_rows(template))
     if args.module_out:
         langs = [l for l in args.langs.split(",") if l]
         items = resource_items(template, translated, langs)
