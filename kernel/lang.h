@@ -29,8 +29,9 @@
 
 #include <cstddef>
 
-#include "kernel/list.h"
 #include "base/types.h"
+#include "kernel/langres.h"
+#include "kernel/list.h"
 #include "platform/sync.h"
 
 // ---------------------------------------------------------------------------
@@ -199,6 +200,34 @@ ZQ_API BOOL ZqLang_DetectMultiByteCharacters(LPCSTR bytes, int size);
 // on this platform: *cp = 0 and ZQLANG_E_NO_CODEPAGE, as when no candidate is
 // certain.
 ZQ_API HRESULT ZqLang_DetectPossibleCodepage(LPCSTR bytes, int size, UINT* cp);
+
+// The user's UI language as an LCID, from the environment (the first entry
+// of LANGUAGE, else LC_ALL, LC_MESSAGES, LANG; "C" and unknown names read
+// 0x409).  What a host passes to ZqLang_UpdateKernelLCID when the user has
+// chosen no language of his own.
+ZQ_API UINT ZqLang_GetUserDefaultUILanguage();
+
+// ---------------------------------------------------------------------------
+// Resources, language first: the language module under the handle's
+// language when it is in use, then the neutral lookup in `instance`.
+// ---------------------------------------------------------------------------
+
+ZQ_API HRSRC ZqFindResource(HZQLANG handle, const WCHAR* name, const WCHAR* type);
+// The module that holds (name, type) in the same order of lookup, or null.
+ZQ_API HMODULE ZqFindResInstance(HZQLANG handle, const WCHAR* name, const WCHAR* type);
+// Tries every type in list order in the language module, then in list order
+// in `instance`; *which (optional) receives the index of the type found.
+// Null for a count below 1 or when nothing is found.
+ZQ_API HRSRC ZqFindResourceMulti(HZQLANG handle, const WCHAR* name, const WCHAR* const* types, int count,
+                                 int* which);
+// The data of a found resource; null for null.
+ZQ_API const void* ZqLoadResource(HZQLANG handle, HRSRC resource);
+// The size of a resource of the one module asked: the language module when
+// it is in use, else `instance`.  A resource of the other module measures 0.
+ZQ_API DWORD ZqSizeofResource(HZQLANG handle, HRSRC resource);
+// Finds (id, type) language first and answers its data and size (0 and
+// null when it is missing).
+ZQ_API const void* ZqLoadResourceCustom(HZQLANG handle, UINT id, const WCHAR* type, UINT* size);
 
 // ---------------------------------------------------------------------------
 // Locale values.

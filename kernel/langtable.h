@@ -65,3 +65,7 @@ inline const WCHAR* ZqLangEntry(ZQSTR id) {
 inline const WCHAR* const* ZqLangEntryRef(ZQSTR id) {
   return reinterpret_cast<const WCHAR* const*>(&g_zqLangTable.entries[static_cast<int>(id)]);
 }
+
+// The table entry of a status code of the kernel's message table (a code
+// listed twice keeps its first place), or null for a code without one.
+const WCHAR* ZqLangStatusEntry(HRESULT status);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <iterator>
 
 #include "kernel/langres.h"
 #include "kernel/langtable.h"
@@ -145,6 +146,14 @@ void ZqLang_SetKernelLang(HZQLANG h) { g_kernelLang.store(h); }
 // ---------------------------------------------------------------------------
 // Strings.
 // ---------------------------------------------------------------------------
+
+const WCHAR* ZqLangStatusEntry(HRESULT status) {
+  const DWORD code = static_cast<DWORD>(status);
+  const auto* end = std::end(kZqStatusEntries);
+  const auto* row = std::lower_bound(std::begin(kZqStatusEntries), end, code,
+                                     [](const ZqStatusEntry& e, DWORD c) { return e.code < c; });
+  return row != end && row->code == code ? ZqLangEntry(row->entry) : nullptr;
+}
 
 ZQ_API BOOL IsZQLANGSTRINGID(HZQLANG, LPCWSTR p) {
   const auto v = reinterpret_cast<UINT_PTR>(p);
@@ -394,3 +403,74 @@ ZQ_API HRESULT ZqLang_DetectPossibleCodepage(LPCSTR, int, UINT* cp) {
   if (cp) *cp = 0;
   return ZQLANG_E_NO_CODEPAGE;
 }
+
+// ---------------------------------------------------------------------------
+// Resources, language first.
+// ---------------------------------------------------------------------------
+
+namespace {
+
+bool LangModuleInUse(HZQLANG h) { return h->langModule && h->useLangModule; }
+
+// The resource and the module it was found in.
+HRSRC FindLanguageFirst(HZQLANG h, const WCHAR* name, const WCHAR* type, HMODULE* where) {
+  if (!h || !name || !type) return nullptr;
+  if (LangModuleInUse(h)) {
+    if (HRSRC r = ZqFindResourceExW(h->langModule, type, name, static_cast<WORD>(h->lcid))) {
+      *where = h->langModule;
+      return r;
+    }
+  }
+  *where = h->instance;
+  return ZqFindResourceW(h->instance, name, type);
+}
+
+bool Holds(HMODULE module, HRSRC resource) {
+  const tZQRESOURCEDIR* dir = ZqResource_GetDirectory(module);
+  return dir && resource >= dir->items && resource < dir->items + dir->count;
+}
+
+}  // namespace
+
+ZQ_API HRSRC ZqFindResource(HZQLANG h, const WCHAR* name, const WCHAR* type) {
+  HMODULE where;
+  return FindLanguageFirst(h, name, type, &where);
+}
+
+ZQ_API HMODULE ZqFindResInstance(HZQLANG h, const WCHAR* name, const WCHAR* type) {
+  HMODULE where = nullptr;
+  return FindLanguageFirst(h, name, type, &where) ? where : nullptr;
+}
+
+ZQ_API HRSRC ZqFindResourceMulti(HZQLANG h, const WCHAR* name, const WCHAR* const* types, int count, int* which) {
+  if (which) *which = -1;
+  if (!h || !name || !types || count < 1) return nullptr;
+  for (int pass = 0; pass < 2; ++pass) {
+    if (pass == 0 && !LangModuleInUse(h)) continue;
+    for (int i = 0; i < count; ++i) {
+      HRSRC r = pass == 0 ? ZqFindResourceExW(h->langModule, types[i], name, static_cast<WORD>(h->lcid))
+                          : ZqFindResourceW(h->instance, name, types[i]);
+      if (r) {
+        if (which) *which = i;
+        return r;
+      }
+    }
+  }
+  return nullptr;
+}
+
+ZQ_API const void* ZqLoadResource(HZQLANG, HRSRC resource) { return ZqLockResource(resource); }
+
+ZQ_API DWORD ZqSizeofResource(HZQLANG h, HRSRC resource) {
+  if (!h || !resource) return 0;
+  return Holds(LangModuleInUse(h) ? h->langModule : h->instance, resource) ? ZqSizeofResourceRaw(resource) : 0;
+}
+
+ZQ_API const void* ZqLoadResourceCustom(HZQLANG h, UINT id, const WCHAR* type, UINT* size) {
+  HMODULE where;
+  HRSRC r = FindLanguageFirst(h, MAKEINTRESOURCEW(id), type, &where);
+  if (size) *size = r ? ZqSizeofResourceRaw(r) : 0;
+  return ZqLockResource(r);
+}
+
+ZQ_API UINT ZqLang_GetUserDefaultUILanguage() { return GetUserDefaultUILanguage(); }

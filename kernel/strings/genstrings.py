@@ -270,7 +270,9 @@ def resource_items(template, translated, langs):
                 words = [int.from_bytes(data[k:k + 2], "little") for k in range(0, len(data), 2)]
                 units += [control, len(words) + 1] + words + [0]
             items.append((0, DIALOG_TEXT_TYPE, dialog, LCID[lang], units))
-    items.sort(key=lambda r: (r[0], r[1] or "", r[2], r[3]))
+    # The order of the store's lookup: numbered types before named ones (names
+    # without regard to case), then the name, then the language.
+    items.sort(key=lambda r: (r[1] is not None, (r[1] or "").lower(), r[0], r[2], r[3]))
     return items
 
 

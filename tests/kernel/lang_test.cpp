@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "base/status.h"
 #include "kernel/kernel_init.h"
 #include "kernel/langres.h"
 #include "kernel/langsys.h"
@@ -145,6 +146,9 @@ TEST(Lang, SmartTakesNumbersEntriesAndPlainTexts) {
   EXPECT_FALSE(IsZQLANGSTRINGID(lang.h, markerAtOddPlace + 1));
   EXPECT_TRUE(IsZQLANGSTRINGID(lang.h, ZqLangEntry(ZQSTR::BTN_OK)));
   EXPECT_EQ(U8(ZqGetStringSmart(lang.h, MAKEINTRESOURCEW(1010))), "VST-Preset öffnen");
+  EXPECT_EQ(U8(ZqGetStringSmart(lang.h, ZqLangStatusEntry(ZQ_E_CANCELLED))),
+            "\n\nDer Vorgang wurde vom Benutzer abgebrochen.");
+  EXPECT_EQ(ZqLangStatusEntry(ZqMakeStatus(0x8004E999)), nullptr);
   // A number without a string gives the shared empty text, never null.
   LPCWSTR none = ZqGetStringSmart(lang.h, MAKEINTRESOURCEW(9999));
   ASSERT_NE(none, nullptr);
@@ -189,11 +193,12 @@ TEST(Lang, LanguageModuleNextToTheModuleComesFirst) {
   ASSERT_NE(module, nullptr);
   const struct {
     UINT lcid;
-    const char* text;
+    const char *text, *dialogText;
+    bool fromLanguageModule;
   } cases[] = {
-      {0x407, "VST-Preset-Bank öffnen"},  // from the .LNG file
-      {0x40E, "Open VST Preset Bank"},    // Hungarian: the module's own English
-      {0x409, "Open VST Preset Bank"},    // English never asks the language module
+      {0x407, "VST-Preset-Bank öffnen", "&Durchsuchen...", true},  // from the .LNG file
+      {0x40E, "Open VST Preset Bank", "&Browse...", false},       // Hungarian: the module's own English
+      {0x409, "Open VST Preset Bank", "&Browse...", false},       // English never asks the language module
   };
   for (const auto& c : cases) {
     HZQLANG h = nullptr;
@@ -201,6 +206,23 @@ TEST(Lang, LanguageModuleNextToTheModuleComesFirst) {
     EXPECT_NE(h->langModule, module);
     EXPECT_EQ(ZqLang_InstFromLang(h), c.lcid == 0x409 ? module : h->langModule);
     EXPECT_EQ(U8(ZqGetString(h, 1012)), c.text) << std::hex << c.lcid;
+    // Dialog 104's texts: control 1018 first, then 1020, as counted texts.
+    const WCHAR* types[] = {u"NOSUCHTYPE", u"ZQDLGTEXT"};
+    int which = -1;
+    HRSRC dialog = ZqFindResourceMulti(h, MAKEINTRESOURCEW(104), types, 2, &which);
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_EQ(which, 1);
+    EXPECT_EQ(ZqFindResInstance(h, MAKEINTRESOURCEW(104), u"zqdlgtext"),
+              c.fromLanguageModule ? h->langModule : module);
+    UINT size = 0;
+    const auto* words = static_cast<const WORD*>(ZqLoadResourceCustom(h, 104, u"ZQDLGTEXT", &size));
+    ASSERT_NE(words, nullptr);
+    const WORD* second = words + 2 + words[1];
+    EXPECT_EQ(second[0], 1020);
+    EXPECT_EQ(U8(reinterpret_cast<const WCHAR*>(second + 2)), c.dialogText);
+    // Only the module asked measures: the instance's resource is nothing
+    // while the language module is in use.
+    EXPECT_EQ(ZqSizeofResource(h, dialog) == size, c.fromLanguageModule || c.lcid == 0x409) << std::hex << c.lcid;
     EXPECT_EQ(ZqLang_Open(&h, module, c.lcid, 0), ZQLANG_S_ALREADY_OPEN);
     ZqLang_Close(h);
   }
