@@ -11,10 +11,10 @@
 // reads as empty; the user's file and the folders on the way to it are
 // created by the first write (folders 0700, the file 0600).
 //
-// Keys.  A key's name is any text without "\" of 1 to 255 characters; a path
-// names keys from a parent down, separated by "\" (one trailing "\" is
-// ignored; a leading "\" or an empty part in the middle answers
-// ERROR_BAD_PATHNAME).  Names keep the case they were created with and are
+// Keys.  A key's name is any text without "\" of 1 to 255 characters (a
+// longer one answers ERROR_INVALID_PARAMETER); a path names keys from a
+// parent down, separated by "\" (one trailing "\" is ignored; a leading "\"
+// or an empty part in the middle answers ERROR_BAD_PATHNAME).  Names keep the case they were created with and are
 // compared without regard to case by ZqToLowerW of each UTF-16 unit
 // (platform/text.h: ASCII, Latin-1, Latin Extended-A, Greek, Cyrillic; other
 // characters compare as they are).  Sub-keys and values are enumerated by
@@ -59,8 +59,10 @@
 // been committed.  Commits survive the death of the process at once; the
 // operating system writes them to the disk a little later unless
 // RegFlushKey is called, which makes everything committed so far durable.
-// Several processes may use one store at the same time: readers never wait,
-// writers wait for each other up to the busy timeout.
+// Several processes may use one store at the same time: readers of the
+// user's store never wait, writers wait for each other up to the busy
+// timeout.  The machine's store keeps a rollback journal instead of a log, so
+// that users who may not write its folder can read it; it syncs every commit.
 //
 // Threads.  Every function may be called from any thread; a handle may be used
 // from several threads at once.  Each process holds one connection per store
@@ -167,7 +169,8 @@ ZQ_EXTERN_C LSTATUS RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD cchNam
 ZQ_EXTERN_C LSTATUS RegEnumValueW(HKEY key, DWORD index, LPWSTR name, DWORD* cchName,
                                   DWORD* reserved, DWORD* type, BYTE* data, DWORD* cbData);
 // Counts and longest sizes of a key; every pointer is optional.  Name lengths
-// are in WCHARs without the terminating zero, `maxValueLen` in bytes.  The
+// are in WCHARs without the terminating zero, `maxValueLen` in bytes, and
+// `maxClassLen` in bytes of UTF-8 (never fewer than the WCHARs).  The
 // store keeps no security descriptors: `securityDescriptorBytes` is 0.
 ZQ_EXTERN_C LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR cls, DWORD* cchClass, DWORD* reserved,
                                      DWORD* subKeys, DWORD* maxSubKeyLen, DWORD* maxClassLen,

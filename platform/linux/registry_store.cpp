@@ -364,20 +364,29 @@ LSTATUS Store::CheckLayout(bool writable) {
   if (rc != SQLITE_OK) return StatusFromSqlite(rc);
   if (check != "ok") return ERROR_BADDB;
   if (writable) {
-    // Readers never wait for writers; a commit is safe when the process dies
-    // at once, and on the disk at the next checkpoint or RegFlushKey.
-    std::string mode;
-    rc = QueryText(db_, "PRAGMA journal_mode=WAL", &mode);
-    if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+    rc = SetJournal();
     if (rc != SQLITE_OK) return StatusFromSqlite(rc);
   }
   return ERROR_SUCCESS;
 }
 
-LSTATUS Store::CreateLayout() {
+int Store::SetJournal() {
+  // The user's store: readers never wait for writers, and a commit is safe
+  // when the process dies at once and on the disk at the next checkpoint or
+  // RegFlushKey.  The machine's store is read by users who cannot write its
+  // folder, where the shared-memory file of a log could not be made: it
+  // keeps a rollback journal and syncs every commit (it is written rarely).
+  const bool user = hive_ == Hive::User;
   std::string mode;
-  int rc = QueryText(db_, "PRAGMA journal_mode=WAL", &mode);
-  if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+  int rc = QueryText(db_, user ? "PRAGMA journal_mode=WAL" : "PRAGMA journal_mode=DELETE", &mode);
+  if (rc == SQLITE_OK)
+    rc = sqlite3_exec(db_, user ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL", nullptr,
+                      nullptr, nullptr);
+  return rc;
+}
+
+LSTATUS Store::CreateLayout() {
+  int rc = SetJournal();
   if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
   if (rc != SQLITE_OK) return StatusFromSqlite(rc);
   // Another process may have laid the file out while this one waited.

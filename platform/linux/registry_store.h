@@ -160,6 +160,7 @@ class Store {
   LSTATUS OpenConnection(Mode mode);
   LSTATUS CheckLayout(bool writable);
   LSTATUS CreateLayout();
+  int SetJournal();
   void Disconnect();
   bool FileStillSame() const;
 
