@@ -1,5 +1,6 @@
 // ProcessAudio: the copy-in and copy-out rules, the channel buffers, faults in
 // processReplacing, and no allocation per block once the buffers stand.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -323,6 +324,37 @@ TEST(ProcessAudio, FaultsInProcessReplacingKeepTheStreamRunning) {
   }
   unsetenv("ZQBAD_THROW_PROCESS");
   unsetenv("ZQBAD_THROW_OPCODE");
+}
+
+// End of stream: blocks with a source, then the tail with none, in chunks
+// of the block size as the filter draws it.  Through a pure delay of L frames
+// the tail gives the last L input frames and then exact silence in every
+// channel: nothing of the last block may stay in an input.
+TEST(ProcessAudio, TheTailOfAPureDelayIsSilentInEveryChannel) {
+  constexpr int kLatency = 50, kTail = 400, kInput = 1000;
+  setenv("ZQTEST_LATENCY", "50", 1);
+  setenv("ZQTEST_TAIL", "400", 1);
+  for (int block : {64, 100, 333, 1000}) {
+    Loaded effect("zqtest_latency");
+    ASSERT_EQ(effect.hr, S_OK);
+    effect->Resume(FALSE);
+    auto in = Ramp(kInput, 2, 0.001f);
+    std::vector<float> out(static_cast<size_t>(kInput + kTail) * 2, 9.0f);
+    for (int at = 0, n; at < kInput; at += n) {
+      n = std::min(block, kInput - at);
+      ASSERT_EQ(effect->ProcessAudio(in.data() + 2 * at, 2, out.data() + 2 * at, 2, n, 4), S_OK);
+    }
+    for (int at = kInput, n; at < kInput + kTail; at += n) {
+      n = std::min(block, kInput + kTail - at);
+      ASSERT_EQ(effect->ProcessAudio(nullptr, 2, out.data() + 2 * at, 2, n, 4), S_OK);
+    }
+    for (int f = kInput; f < kInput + kTail; ++f)
+      for (int c = 0; c < 2; ++c)
+        ASSERT_EQ(out[2 * f + c], f < kInput + kLatency ? in[2 * (f - kLatency) + c] : 0.0f)
+            << "block " << block << ", frame " << f << ", channel " << c;
+  }
+  unsetenv("ZQTEST_LATENCY");
+  unsetenv("ZQTEST_TAIL");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // CZqVstEffect: load and unload, the typed operations over the dispatcher,
-// and the plug-in's state machine.  The guarded calls and the audio path are
-// in zqvstdispatch.cpp, the host callback in zqvsthostcallback.cpp.
+// and the plug-in's state machine.  The guarded calls are in zqvstdispatch.cpp,
+// the audio path in zqvstaudiopath.cpp, the host callback in
+// zqvsthostcallback.cpp.
 #include "aplugins/zqvstwrap/host/zqvsteffect.h"
 
 #include <atomic>
@@ -9,13 +10,12 @@
 #include <new>
 #include <utility>
 
-#include "kernel/audio/convert.h"
-#include "kernel/audio/stereo16.h"
 #include "kernel/memory.h"
 #include "platform/atomic.h"
 #include "platform/module.h"
 #include "platform/text.h"
 #include "platform/thread.h"
+#include "platform/x11window.h"
 
 namespace {
 
@@ -96,9 +96,8 @@ CZqVstEffect::CZqVstEffect(const WCHAR* path, LONG id, HRESULT* result)
       m_channelCapacity(0),
       m_streamType(ZQSAMPLE_FLOAT32),
       m_pluginType(ZQSAMPLE_FLOAT32),
-      m_copyIn(nullptr),
-      m_copyOut(nullptr),
-      m_wideStereo16(false),
+      m_routines{},
+      m_editorDisplay(nullptr),
       m_exitPause(0),
       m_log(nullptr),
       m_directory{},
@@ -395,13 +394,6 @@ HRESULT CZqVstEffect::SetSampleType(ZQSAMPLETYPE type) {
   return S_OK;
 }
 
-void CZqVstEffect::ChooseRoutines() {
-  m_copyIn = ZqAudio_GetCopyChannelsFunction2(m_pluginType, m_streamType);
-  m_copyOut = ZqAudio_GetCopyChannelsFunction2(m_streamType, m_pluginType);
-  m_wideStereo16 = m_streamType == ZQSAMPLE_PCM16 && m_pluginType == ZQSAMPLE_FLOAT32 && m_copyIn != nullptr &&
-                   m_copyOut != nullptr && ZqAudio_WideStereo16Available();
-}
-
 HRESULT CZqVstEffect::SetBlockSize(int frames) {
   if (frames == m_blockSize) return S_FALSE;
   m_blockSize = frames;
@@ -563,7 +555,10 @@ HRESULT CZqVstEffect::SetProgramName(const WCHAR* name) {
 HRESULT CZqVstEffect::EditOpen(ZQVSTWINDOW window, ZQVSTRECT* rect) {
   HRESULT hr = S_FALSE;
   if (!(m_stateFlags & ZQVST_STATE_EDITOR_OPEN)) {
-    Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window));
+    // The editor gets the display with its parent window, as Linux plug-ins
+    // expect; one connection per open editor, closed after it.
+    m_editorDisplay = ZqOpenEditorDisplay();
+    Dispatch(effEditOpen, 0, reinterpret_cast<VstIntPtr>(m_editorDisplay), reinterpret_cast<void*>(window));
     m_stateFlags |= ZQVST_STATE_EDITOR_OPEN;
     Dispatch(effSetEditKnobMode, 0, 2);
     hr = S_OK;
@@ -590,5 +585,7 @@ HRESULT CZqVstEffect::EditClose() {
   if (!(m_stateFlags & ZQVST_STATE_EDITOR_OPEN)) return S_FALSE;
   Dispatch(effEditClose);
   m_stateFlags &= ~ZQVST_STATE_EDITOR_OPEN;
+  ZqCloseEditorDisplay(m_editorDisplay);
+  m_editorDisplay = nullptr;
   return S_OK;
 }

@@ -8,12 +8,14 @@
 // can tell: ZqVstHostCallback finds the object through AEffect::resvd1.
 //
 // Every call into plug-in code stands inside a fault guard; a fault becomes
-// an ordinary answer and the plug-in stays loaded (zqvstdispatch.cpp).
+// an ordinary answer and the plug-in stays loaded (zqvstdispatch.cpp).  The
+// audio path is in zqvstaudiopath.cpp.
 #pragma once
 
 #include "aplugins/zqvstwrap/izqvsteffect.h"
 #include "aplugins/zqvstwrap/izqvstmaster.h"
 #include "aplugins/zqvstwrap/vst2abi.h"
+#include "aplugins/zqvstwrap/host/zqvstaudiopath.h"
 #include "aplugins/zqvstwrap/host/zqvstdispatch.h"
 #include "kernel/audio/waveformat.h"
 #include "kernel/com/object.h"
@@ -131,8 +133,8 @@ class CZqVstEffect final : public ZqComObject<CZqVstEffect, IZqVstEffect>, publi
   // Makes the channel buffers hold `frames`; false when out of memory.
   bool EnsureChannelBuffers(int frames);
   void FreeChannelBuffers();
-  // The copy routines of the stream and plug-in types, chosen once a type is
-  // set rather than on every block.
+  // The copy routines of the stream and plug-in types and the plug-in's
+  // channel counts, chosen when one of them changes rather than per block.
   void ChooseRoutines();
   void CopyIn(const void* source, int sourceChannels, int frames);
   void CopyOut(void* destination, int destinationChannels, int frames);
@@ -153,9 +155,8 @@ class CZqVstEffect final : public ZqComObject<CZqVstEffect, IZqVstEffect>, publi
   LONG m_channelCapacity;
   ZQSAMPLETYPE m_streamType;
   ZQSAMPLETYPE m_pluginType;
-  ZqAudioCopyChannelsFunction m_copyIn;
-  ZqAudioCopyChannelsFunction m_copyOut;
-  bool m_wideStereo16;  // 16-bit stereo takes the kernel's wide pass (kernel/audio/stereo16.h)
+  ZqVstAudioRoutines m_routines;
+  void* m_editorDisplay;  // the X display the open editor was given, or null
   DWORD m_exitPause;
   CLog* m_log;
   char m_directory[MAX_PATH];
