@@ -20,3 +20,12 @@ ZQ_EXTERN_C BOOL ZqCreateTemporaryNativeWindow(ZqNativeWindow* out);
 // Destroys the window and closes its display connection; a zeroed record
 // is left alone.
 ZQ_EXTERN_C void ZqDestroyTemporaryNativeWindow(ZqNativeWindow* window);
+
+// The Xlib `Display*` a plug-in's editor is given with its parent window, as
+// Linux VST 2.x plug-ins expect: a connection of its own to the display
+// named by DISPLAY, opened through the system's libX11, which is loaded
+// only here and only when an editor opens.  Null when there is no display
+// or no libX11.  Each opened connection is closed by
+// ZqCloseEditorDisplay (null is accepted) after the editor has closed.
+ZQ_EXTERN_C void* ZqOpenEditorDisplay();
+ZQ_EXTERN_C void ZqCloseEditorDisplay(void* display);

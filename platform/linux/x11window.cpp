@@ -3,6 +3,7 @@
 // which matters here: a host without a display must get a status back.
 #include "platform/x11window.h"
 
+#include <dlfcn.h>
 #include <xcb/xcb.h>
 
 #include <cstdlib>
@@ -82,4 +83,39 @@ void ZqDestroyTemporaryNativeWindow(ZqNativeWindow* window) {
   xcb_flush(connection);
   xcb_disconnect(connection);
   *window = ZqNativeWindow{};
+}
+
+namespace {
+
+// libX11, loaded once and never unloaded: plug-ins may keep using Xlib
+// after their editor closed.
+struct XlibEntries {
+  void* (*open)(const char*) = nullptr;
+  int (*close)(void*) = nullptr;
+};
+
+const XlibEntries& Xlib() {
+  static const XlibEntries entries = [] {
+    XlibEntries e;
+    void* library = dlopen("libX11.so.6", RTLD_NOW | RTLD_GLOBAL);
+    if (library == nullptr) return e;
+    e.open = reinterpret_cast<void* (*)(const char*)>(dlsym(library, "XOpenDisplay"));
+    e.close = reinterpret_cast<int (*)(void*)>(dlsym(library, "XCloseDisplay"));
+    if (e.open == nullptr || e.close == nullptr) e = XlibEntries{};
+    return e;
+  }();
+  return entries;
+}
+
+}  // namespace
+
+void* ZqOpenEditorDisplay() {
+  const std::string display = DisplayName();
+  // Checked first: Xlib would fall back to ":0" without a name.
+  if (display.empty() || Xlib().open == nullptr) return nullptr;
+  return Xlib().open(display.c_str());
+}
+
+void ZqCloseEditorDisplay(void* display) {
+  if (display != nullptr && Xlib().close != nullptr) Xlib().close(display);
 }

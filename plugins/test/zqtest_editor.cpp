@@ -4,9 +4,12 @@
 //
 // 2 in / 2 out, effFlagsHasEditor.  effEditGetRect answers 320 x 200
 // (top 0, left 0, bottom 200, right 320).  effEditOpen records its parent
-// window; nothing is drawn.  What a test reads (exported by name):
+// window and the display connection (the value); nothing is drawn.  What a
+// test reads (exported by name):
 //   unsigned long zqtest_editor_last_window(void)  parent of the last
 //                                                  effEditOpen, 0 before one
+//   int zqtest_editor_last_display(void)           1 when that call's value
+//                                                  was not 0
 //   long long zqtest_editor_open_count(void)       effEditOpen calls
 //   long long zqtest_editor_close_count(void)      effEditClose calls
 #include <atomic>
@@ -19,6 +22,7 @@ namespace {
 using namespace zqplug;
 
 std::atomic<unsigned long> g_lastWindow{0};
+std::atomic<int> g_lastDisplay{0};
 std::atomic<long long> g_openCount{0};
 std::atomic<long long> g_closeCount{0};
 
@@ -55,6 +59,7 @@ class EditorPlugin final : public Plugin {
         return 1;
       case effEditOpen:
         g_lastWindow = static_cast<unsigned long>(reinterpret_cast<uintptr_t>(ptr));
+        g_lastDisplay = value != 0 ? 1 : 0;
         ++g_openCount;
         return 1;
       case effEditClose:
@@ -69,6 +74,7 @@ class EditorPlugin final : public Plugin {
 }  // namespace
 
 ZQ_PLUGIN_EXPORT unsigned long zqtest_editor_last_window(void) { return g_lastWindow; }
+ZQ_PLUGIN_EXPORT int zqtest_editor_last_display(void) { return g_lastDisplay; }
 ZQ_PLUGIN_EXPORT long long zqtest_editor_open_count(void) { return g_openCount; }
 ZQ_PLUGIN_EXPORT long long zqtest_editor_close_count(void) { return g_closeCount; }
 

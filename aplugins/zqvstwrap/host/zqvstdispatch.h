@@ -11,9 +11,9 @@
 //
 // The trace formats each call into one line (at most 1,024 bytes), then
 // writes it to the effect's log when there is one: level 2 with
-// "EXCEPTION from " before it when the answer is -1 (a plug-in that answers
-// -1 on its own reads as a fault there), level 4 otherwise; effIdle and
-// effEditIdle are never written.
+// "EXCEPTION from " before it when the call faulted, level 4 otherwise (a
+// plug-in's own -1 is an answer like any other); effIdle and effEditIdle
+// are never written.
 #pragma once
 
 #include "aplugins/zqvstwrap/vst2abi.h"
@@ -57,8 +57,10 @@ void ZqVstFormatCallback(char* line, size_t size, VstInt32 opcode, VstInt32 inde
                          const void* ptr, float opt, VstIntPtr answer);
 
 // Format and write one line (see above).  `log` may be null: the line is
-// formatted all the same.  With `ptrIsText` the pointer is a wide text.
+// formatted all the same.  With `ptrIsText` the pointer is a wide text;
+// `faulted` says that the guard caught a fault in the call.  The callback
+// runs inside a plug-in call and never faults on its own.
 void ZqVstTraceDispatch(CLog* log, VstInt32 opcode, VstInt32 index, VstIntPtr value, const void* ptr,
-                        float opt, VstIntPtr answer, BOOL ptrIsText);
+                        float opt, VstIntPtr answer, BOOL ptrIsText, BOOL faulted);
 void ZqVstTraceCallback(CLog* log, VstInt32 opcode, VstInt32 index, VstIntPtr value, const void* ptr,
                         float opt, VstIntPtr answer);

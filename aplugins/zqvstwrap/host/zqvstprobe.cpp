@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "aplugins/zqvstwrap/host/zqvstfilenames.h"
 #include "platform/environment.h"
 #include "platform/file.h"
 #include "platform/isolate.h"
@@ -12,11 +13,6 @@
 #include "platform/text.h"
 
 namespace {
-
-std::u16string FolderOf(const std::u16string& path) {
-  const size_t slash = path.rfind(u'/');
-  return slash == std::u16string::npos ? std::u16string() : path.substr(0, slash + 1);
-}
 
 bool IsFile(const std::u16string& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
@@ -39,7 +35,7 @@ std::u16string LibraryFolder() {
   WCHAR path[4096];
   const DWORD length = GetModuleFileNameW(self, path, 4096);
   if (length == 0 || length >= 4096) return std::u16string();
-  return FolderOf(std::u16string(path, length));
+  return ZqVstFolderOf(std::u16string(path, length));
 }
 
 }  // namespace
@@ -47,7 +43,7 @@ std::u16string LibraryFolder() {
 std::u16string ZqVstFindProbe() {
   std::u16string path = EnvironmentValue(u"ZQ_PROBE_PATH");
   if (!path.empty()) return path;
-  const std::u16string programFolder = FolderOf(ZqGetExecutablePath());
+  const std::u16string programFolder = ZqVstFolderOf(ZqGetExecutablePath());
   if (!programFolder.empty() && IsFile(programFolder + u"zqprobe")) return programFolder + u"zqprobe";
   const std::u16string libraryFolder = LibraryFolder();
   if (!libraryFolder.empty()) return libraryFolder + u"zqprobe";
