@@ -8,8 +8,14 @@
 // works on the next of several buffer sets, together far larger than any
 // last-level cache, so no iteration finds its data cached by the one before.
 // Run with --benchmark_enable_random_interleaving=true on a busy machine.
+//
+// The flat copy routines (the copy family, one 512-frame stereo block) are
+// measured against libswresample's packed conversion of the same block in
+// the same loop, each iteration timing both, so that a busy machine slows
+// both alike; the counter x_swr is libswresample's time over ours.
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -170,6 +176,109 @@ void RunSwr(benchmark::State& state, const Pair& p, const Size& s) {
 }
 #endif
 
+// ---- flat copy routines beside libswresample ---------------------------------
+
+#if defined(ZQ_BENCH_HAVE_SWR)
+struct FlatPair {
+  const char* name;
+  ZQSAMPLETYPE dst, src;
+  // libswresample's packed formats of the same conversion.  It has no packed
+  // 24-bit format: the 24-bit pairs are held against its 32-bit conversion.
+  AVSampleFormat swrDst, swrSrc;
+};
+const FlatPair kFlatPairs[] = {
+    {"s16->f32", 32, 17, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S16},
+    {"f32->s16", 17, 32, AV_SAMPLE_FMT_S16, AV_SAMPLE_FMT_FLT},
+    {"s24->f32(swr:s32)", 32, 18, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S32},
+    {"f32->s24(swr:s32)", 18, 32, AV_SAMPLE_FMT_S32, AV_SAMPLE_FMT_FLT},
+    {"s32->f32", 32, 19, AV_SAMPLE_FMT_FLT, AV_SAMPLE_FMT_S32},
+    {"f32->s32", 19, 32, AV_SAMPLE_FMT_S32, AV_SAMPLE_FMT_FLT},
+};
+enum class FlatMode { kInterleaved, kPerChannel };
+constexpr size_t kFlatFrames = 512;
+constexpr int kFlatBatch = 32;  // calls between two readings of the clock
+
+// A buffer of `bytes` holding samples of `type` in the usual range (floats
+// in [-1.1, 1.1], integers spread over their range).
+std::vector<uint8_t> FlatData(ZQSAMPLETYPE type, size_t samples) {
+  const int bytes = ZqAudio_BytesFromSampleType(type);
+  std::vector<uint8_t> v(samples * size_t(bytes) + 64);
+  for (size_t i = 0; i < samples; ++i) {
+    if (type == 32) {
+      const float f = float(int(i * 7919 % 2001) - 1000) / 910.0f;
+      std::memcpy(v.data() + 4 * i, &f, 4);
+    } else {
+      for (int b = 0; b < bytes; ++b) v[i * size_t(bytes) + size_t(b)] = uint8_t(i * 37 + size_t(b) * 101 + 11);
+    }
+  }
+  return v;
+}
+
+void RunFlat(benchmark::State& state, const FlatPair& p, FlatMode mode, float gain) {
+  using Clock = std::chrono::steady_clock;
+  AVChannelLayout stereo;
+  av_channel_layout_default(&stereo, 2);
+  SwrContext* swr = nullptr;
+  if (swr_alloc_set_opts2(&swr, &stereo, p.swrDst, 48000, &stereo, p.swrSrc, 48000, 0, nullptr) < 0 ||
+      swr_init(swr) < 0) {
+    state.SkipWithError("libswresample refused the formats");
+    swr_free(&swr);
+    return;
+  }
+  const ZqAudioCopyFunction f = ZqAudio_GetCopyFunction2(p.dst, p.src);
+  if (!f) return state.SkipWithError("no routine");
+  const size_t samples = 2 * kFlatFrames;
+  const std::vector<uint8_t> zqIn = FlatData(p.src, samples);
+  const std::vector<uint8_t> swrIn = FlatData(p.swrSrc == AV_SAMPLE_FMT_FLT ? 32 : p.swrSrc == AV_SAMPLE_FMT_S16 ? 17 : 19,
+                                              samples);
+  std::vector<uint8_t> zqOut(samples * 8 + 64), swrOut(samples * 8 + 64);
+  const size_t inPlane = kFlatFrames * size_t(ZqAudio_BytesFromSampleType(p.src));
+  const size_t outPlane = kFlatFrames * size_t(ZqAudio_BytesFromSampleType(p.dst));
+  double zqSeconds = 0, swrSeconds = 0;
+  for (auto _ : state) {
+    const auto t0 = Clock::now();
+    for (int k = 0; k < kFlatBatch; ++k) {
+      uint8_t* out[1] = {swrOut.data()};
+      const uint8_t* in[1] = {swrIn.data()};
+      benchmark::DoNotOptimize(swr_convert(swr, out, int(kFlatFrames), in, int(kFlatFrames)));
+      benchmark::ClobberMemory();
+    }
+    const auto t1 = Clock::now();
+    for (int k = 0; k < kFlatBatch; ++k) {
+      if (mode == FlatMode::kInterleaved) {
+        f(zqOut.data(), zqIn.data(), DWORD(samples), gain);
+      } else {
+        f(zqOut.data(), zqIn.data(), DWORD(kFlatFrames), gain);
+        f(zqOut.data() + outPlane, zqIn.data() + inPlane, DWORD(kFlatFrames), gain);
+      }
+      benchmark::ClobberMemory();
+    }
+    const auto t2 = Clock::now();
+    swrSeconds += std::chrono::duration<double>(t1 - t0).count();
+    const double zq = std::chrono::duration<double>(t2 - t1).count();
+    zqSeconds += zq;
+    state.SetIterationTime(zq / kFlatBatch);
+  }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(samples * 4));
+  state.counters["x_swr"] = zqSeconds > 0 ? swrSeconds / zqSeconds : 0;
+  swr_free(&swr);
+}
+
+void RegisterFlat() {
+  for (const FlatPair& p : kFlatPairs)
+    for (FlatMode mode : {FlatMode::kInterleaved, FlatMode::kPerChannel})
+      for (float gain : {1.0f, 0.5f}) {
+        if (gain != 1.0f && mode == FlatMode::kPerChannel) continue;
+        std::string name = std::string("flat/") + p.name + (mode == FlatMode::kInterleaved ? "/interleaved" : "/per-channel");
+        if (gain != 1.0f) name += "/gain0.5";
+        benchmark::RegisterBenchmark(name.c_str(), [p, mode, gain](benchmark::State& st) { RunFlat(st, p, mode, gain); })
+            ->UseManualTime();
+      }
+}
+#else
+void RegisterFlat() {}
+#endif
+
 // Keeps every run's throughput for the table printed at the end.
 class TableReporter : public benchmark::ConsoleReporter {
  public:
@@ -235,6 +344,7 @@ void PrintTable(const std::map<std::string, double>& bps) {
 
 int main(int argc, char** argv) {
   Register();
+  RegisterFlat();
   benchmark::Initialize(&argc, argv);
   TableReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
