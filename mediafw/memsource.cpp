@@ -1,8 +1,17 @@
 #include "mediafw/memsource.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "platform/thread.h"
+
+namespace {
+
+// Frames whose duration in 100-ns units still fits a time.
+constexpr LONGLONG kMaxSegmentFrames = std::numeric_limits<LONGLONG>::max() / 10000000LL;
+
+}  // namespace
 
 class CZqMemorySource::Pin final : public CBaseOutputPin {
  public:
@@ -115,9 +124,25 @@ void CZqMemorySource::SetSendNewSegment(bool send) { SetLocked(m_sendNewSegment,
 ULONG CZqMemorySource::SampleCount() {
   CAutoLock lock(&m_csFilter);
   if (m_format.empty()) return 0;
-  const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
-  size_t frames = m_data.size() / wfx->nBlockAlign;
-  return static_cast<ULONG>((frames + m_framesPerSample - 1) / m_framesPerSample);
+  bool exact = true;
+  const LONGLONG frames = StreamFrames(&exact);
+  if (!exact || frames <= 0) return 0;
+  return static_cast<ULONG>((ULONGLONG(frames) + m_framesPerSample - 1) / m_framesPerSample);
+}
+
+LONGLONG CZqMemorySource::StreamFrames(bool* exact) {
+  *exact = true;
+  const WAVEFORMATEX* wfx = Format();
+  return wfx ? LONGLONG(m_data.size() / wfx->nBlockAlign) : 0;
+}
+
+HRESULT CZqMemorySource::ReadFrames(ULONGLONG first, ULONG frames, BYTE* out, ULONG* got) {
+  const ULONG block = Format()->nBlockAlign;
+  const ULONGLONG total = m_data.size() / block;
+  const ULONGLONG n = first >= total ? 0 : std::min<ULONGLONG>(frames, total - first);
+  if (n > 0) std::memcpy(out, m_data.data() + first * block, size_t(n * block));
+  *got = ULONG(n);
+  return S_OK;
 }
 
 void CZqMemorySource::ResetStream() {
@@ -125,6 +150,7 @@ void CZqMemorySource::ResetStream() {
   m_eosSent = false;
   m_segmentSent = false;
   m_delivered = 0;
+  m_framesDelivered = 0;
   m_streamStatus = S_OK;
   m_stopRequested = false;
 }
@@ -180,9 +206,14 @@ HRESULT CZqMemorySource::DeliverNext() {
   if (!m_segmentSent) {
     m_segmentSent = true;
     if (m_sendNewSegment) {
-      const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
-      LONGLONG frames = static_cast<LONGLONG>(m_data.size() / wfx->nBlockAlign);
-      m_pPin->DeliverNewSegment(m_startTime, m_startTime + frames * 10000000LL / wfx->nSamplesPerSec, 1.0);
+      bool exact = true;
+      const LONGLONG frames = std::max<LONGLONG>(0, StreamFrames(&exact));
+      // A count too large to be a time (a header that does not know the
+      // length) leaves the segment open.
+      const REFERENCE_TIME stop = frames <= kMaxSegmentFrames
+                                      ? m_startTime + frames * 10000000LL / Format()->nSamplesPerSec
+                                      : std::numeric_limits<REFERENCE_TIME>::max();
+      m_pPin->DeliverNewSegment(m_startTime, stop, 1.0);
     }
   }
   HRESULT hr = DeliverSample(m_next);
@@ -206,24 +237,28 @@ HRESULT CZqMemorySource::DeliverNext() {
 }
 
 HRESULT CZqMemorySource::DeliverSample(ULONG index) {
-  const auto* wfx = reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
+  const WAVEFORMATEX* wfx = Format();
   const ULONG block = wfx->nBlockAlign;
-  const ULONGLONG totalFrames = m_data.size() / block;
   const ULONGLONG first = ULONGLONG(index) * m_framesPerSample;
-  if (first >= totalFrames) return S_FALSE;
-  const ULONGLONG frames = totalFrames - first < m_framesPerSample ? totalFrames - first : m_framesPerSample;
+  // With the length known, the end needs no buffer: a downstream allocator
+  // whose buffers are all held must not keep the end of stream waiting.
+  bool exact = true;
+  const LONGLONG total = StreamFrames(&exact);
+  if (exact && first >= ULONGLONG(std::max<LONGLONG>(0, total))) return S_FALSE;
 
   IMediaSample* sample = nullptr;
   HRESULT hr = m_pPin->GetDeliveryBuffer(&sample, nullptr, nullptr, 0);
   if (FAILED(hr)) return hr;
   BYTE* p = nullptr;
+  ULONG frames = 0;
   hr = sample->GetPointer(&p);
-  const LONG bytes = static_cast<LONG>(frames * block);
-  if (SUCCEEDED(hr) && sample->GetSize() < bytes) hr = VFW_E_BUFFER_OVERFLOW;
-  if (SUCCEEDED(hr)) {
-    std::memcpy(p, m_data.data() + first * block, size_t(bytes));
-    hr = sample->SetActualDataLength(bytes);
+  if (SUCCEEDED(hr) && ULONGLONG(sample->GetSize()) < ULONGLONG(m_framesPerSample) * block) hr = VFW_E_BUFFER_OVERFLOW;
+  if (SUCCEEDED(hr)) hr = ReadFrames(first, m_framesPerSample, p, &frames);
+  if (SUCCEEDED(hr) && frames == 0) {
+    sample->Release();
+    return S_FALSE;
   }
+  if (SUCCEEDED(hr)) hr = sample->SetActualDataLength(static_cast<LONG>(frames * block));
   if (SUCCEEDED(hr)) {
     REFERENCE_TIME start = m_startTime + REFERENCE_TIME(first * 10000000ULL / wfx->nSamplesPerSec);
     REFERENCE_TIME stop = m_startTime + REFERENCE_TIME((first + frames) * 10000000ULL / wfx->nSamplesPerSec);
@@ -245,6 +280,7 @@ HRESULT CZqMemorySource::DeliverSample(ULONG index) {
   }
   if (SUCCEEDED(hr)) {
     hr = m_pPin->Deliver(sample);
+    if (SUCCEEDED(hr)) m_framesDelivered += frames;
   }
   sample->Release();
   return hr;

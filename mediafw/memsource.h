@@ -2,6 +2,11 @@
 // WAVEFORMATEXTENSIBLE format, pushed from one output pin ("Out") in samples
 // of a chosen frame count.
 //
+// The frames come from the bytes given to SetData, or from a subclass that
+// answers ReadFrames (a file read as it plays, a signal made as it goes):
+// then the source holds no more than the samples in flight, however long
+// the stream.
+//
 // Each sample carries start and stop times in 100-ns units (from the start
 // time, by the frames before it), media times in frames (from the start
 // media time), the sync-point mark, a discontinuity where asked (the first
@@ -61,13 +66,40 @@ class CZqMemorySource : public CBaseFilter {
   // or E_ABORT when `milliseconds` passed.
   HRESULT WaitUntilDone(DWORD milliseconds);
   ULONG SamplesDelivered() const { return m_delivered.load(); }
+  // Frames in the samples delivered since the stream last started.
+  LONGLONG FramesDelivered() const { return m_framesDelivered.load(); }
   // The failure that ended the last stream, or S_OK.
   HRESULT StreamStatus() const { return m_streamStatus.load(); }
+  // Samples of the whole stream; 0 when its length is known only once it
+  // has been read.
   ULONG SampleCount();
 
   int GetPinCount() override { return 1; }
   CBasePin* GetPin(int n) override;
   CBaseOutputPin* OutputPin();
+
+ protected:
+  // Where the frames come from; the memory source answers from its data.
+  // Called on the delivering thread (the streaming thread, or PushNext's
+  // caller), for one sample at a time, in order from frame 0 after every
+  // start -- but a sample whose delivery did not happen is asked for again,
+  // so `first` may repeat.  Writes up to `frames` frames from frame `first`
+  // on into `out` (room for `frames`) and answers in *got how many; fewer
+  // than asked only at the end of the stream, 0 past it.  A failure ends
+  // the stream as a failed delivery does.
+  virtual HRESULT ReadFrames(ULONGLONG first, ULONG frames, BYTE* out, ULONG* got);
+  // The stream's frames as known before it plays, which the new segment's
+  // stop time comes from.  *exact false when the count is only what a
+  // header announced: reading then decides where the stream ends, and the
+  // source asks for a buffer before it learns that nothing is left.
+  virtual LONGLONG StreamFrames(bool* exact);
+  // Ends the streaming thread.  A subclass that answers ReadFrames calls
+  // this in its destructor, before what ReadFrames uses goes away.
+  void StopStreaming();
+  // The stream's format as set; null before SetFormat.
+  const WAVEFORMATEX* Format() const {
+    return m_format.empty() ? nullptr : reinterpret_cast<const WAVEFORMATEX*>(m_format.data());
+  }
 
  private:
   class Pin;
@@ -79,7 +111,6 @@ class CZqMemorySource : public CBaseFilter {
   // S_FALSE when index is past the end.
   HRESULT DeliverSample(ULONG index);
   HRESULT StartStreaming();
-  void StopStreaming();
   void ResetStream();
   // A setting, changed under the filter lock.
   template <class T>
@@ -108,5 +139,6 @@ class CZqMemorySource : public CBaseFilter {
   bool m_eosSent = false;
   bool m_segmentSent = false;
   std::atomic<ULONG> m_delivered{0};
+  std::atomic<LONGLONG> m_framesDelivered{0};
   std::atomic<HRESULT> m_streamStatus{S_OK};
 };

@@ -7,8 +7,6 @@
 // the end of the stream, so the output has the input's frames plus the tail.
 // The output is written under a temporary name beside it and renamed only
 // once everything went well: a failed job leaves no file behind.
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -87,29 +85,6 @@ const char* FormatName(ZQSAMPLETYPE type) {
   return "?";
 }
 
-// The sample format a file holds, as one of the five the command offers;
-// f32 when the file cannot be read (opening it properly reports why).
-ZQSAMPLETYPE FileSampleType(const std::string& path) {
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (!file) return ZQSAMPLE_FLOAT32;
-  sf_close(file);
-  switch (info.format & SF_FORMAT_SUBMASK) {
-    case SF_FORMAT_PCM_S8:
-    case SF_FORMAT_PCM_U8:
-    case SF_FORMAT_PCM_16:
-      return ZQSAMPLE_PCM16;
-    case SF_FORMAT_PCM_24:
-      return ZQSAMPLE_PCM24;
-    case SF_FORMAT_PCM_32:
-      return ZQSAMPLE_PCM32;
-    case SF_FORMAT_DOUBLE:
-      return ZQSAMPLE_FLOAT64;
-    default:
-      return ZQSAMPLE_FLOAT32;
-  }
-}
-
 std::string FolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
@@ -154,31 +129,66 @@ void PutSample(double v, ZQSAMPLETYPE type, BYTE* out) {
   }
 }
 
+constexpr uint32_t kNoiseSeed = 0x5A715EEDu;
+
+uint32_t NextNoise(uint32_t state) {
+  state ^= state << 13;
+  state ^= state >> 17;
+  state ^= state << 5;
+  return state;
+}
+
 }  // namespace
 
-bool ZqvstGenerateSignal(const std::string& signal, DWORD rate, int channels, LONGLONG frames, ZQSAMPLETYPE type,
-                         std::vector<BYTE>* bytes) {
-  const double amplitude = std::pow(10.0, -6.0 / 20.0);
-  const int size = ZqAudio_BytesFromSampleType(type);
-  bytes->assign(size_t(frames) * size_t(channels) * size_t(size), 0);
-  uint32_t seed = 0x5A715EEDu;
-  for (LONGLONG n = 0; n < frames; ++n) {
-    double v = 0.0;
-    if (signal == "sine") {
-      v = amplitude * std::sin(2.0 * M_PI * 440.0 * double(n) / double(rate));
-    } else if (signal == "impulse") {
-      v = n == 0 ? 1.0 : 0.0;
-    } else if (signal == "noise") {
-      seed ^= seed << 13;
-      seed ^= seed >> 17;
-      seed ^= seed << 5;
-      v = amplitude * (double(seed) / 2147483648.0 - 1.0);
-    } else if (signal != "silence") {
-      return false;
-    }
-    for (int c = 0; c < channels; ++c) PutSample(v, type, &(*bytes)[(size_t(n) * channels + c) * size]);
-  }
+bool ZqvstSignal::Init(const std::string& signal, DWORD rate, int channels, ZQSAMPLETYPE type) {
+  static const struct {
+    const char* name;
+    Kind kind;
+  } kKinds[] = {{"sine", Kind::Sine}, {"noise", Kind::Noise}, {"impulse", Kind::Impulse}, {"silence", Kind::Silence}};
+  const auto* found = std::find_if(std::begin(kKinds), std::end(kKinds), [&](const auto& k) { return signal == k.name; });
+  if (found == std::end(kKinds)) return false;
+  m_kind = found->kind;
+  m_rate = rate;
+  m_channels = channels;
+  m_type = type;
+  m_frameBytes = size_t(channels) * size_t(ZqAudio_BytesFromSampleType(type));
+  m_noiseFrame = 0;
+  m_noiseState = kNoiseSeed;
   return true;
+}
+
+void ZqvstSignal::Fill(ULONGLONG first, ULONGLONG frames, BYTE* out) {
+  const double amplitude = std::pow(10.0, -6.0 / 20.0);
+  const size_t size = size_t(ZqAudio_BytesFromSampleType(m_type));
+  if (m_kind == Kind::Noise && first != m_noiseFrame) {
+    // The noise is one sequence from its seed: find its state at `first`.
+    if (first < m_noiseFrame) {
+      m_noiseFrame = 0;
+      m_noiseState = kNoiseSeed;
+    }
+    for (; m_noiseFrame < first; ++m_noiseFrame) m_noiseState = NextNoise(m_noiseState);
+  }
+  for (ULONGLONG i = 0; i < frames; ++i) {
+    const ULONGLONG n = first + i;
+    double v = 0.0;
+    switch (m_kind) {
+      case Kind::Sine:
+        v = amplitude * std::sin(2.0 * M_PI * 440.0 * double(n) / double(m_rate));
+        break;
+      case Kind::Impulse:
+        v = n == 0 ? 1.0 : 0.0;
+        break;
+      case Kind::Noise:
+        m_noiseState = NextNoise(m_noiseState);
+        ++m_noiseFrame;
+        v = amplitude * (double(m_noiseState) / 2147483648.0 - 1.0);
+        break;
+      case Kind::Silence:
+        break;
+    }
+    BYTE* frame = out + i * m_frameBytes;
+    for (int c = 0; c < m_channels; ++c) PutSample(v, m_type, frame + size_t(c) * size);
+  }
 }
 
 // --- The render job --------------------------------------------------------------
@@ -443,6 +453,29 @@ double Now() {
   return frequency.QuadPart ? double(count.QuadPart) / double(frequency.QuadPart) : 0.0;
 }
 
+// A generated signal, made one sample at a time as the graph pulls it.
+class SignalSource final : public CZqMemorySource {
+ public:
+  SignalSource(const ZqvstSignal& signal, LONGLONG frames) : m_signal(signal), m_frames(frames) {}
+  ~SignalSource() override { StopStreaming(); }
+
+ protected:
+  HRESULT ReadFrames(ULONGLONG first, ULONG frames, BYTE* out, ULONG* got) override {
+    const ULONGLONG total = ULONGLONG(m_frames);
+    *got = first >= total ? 0 : ULONG(std::min<ULONGLONG>(frames, total - first));
+    m_signal.Fill(first, *got, out);
+    return S_OK;
+  }
+  LONGLONG StreamFrames(bool* exact) override {
+    *exact = true;
+    return m_frames;
+  }
+
+ private:
+  ZqvstSignal m_signal;
+  const LONGLONG m_frames;
+};
+
 // The graph of one render, torn down in the order its parts need.
 struct Graph {
   CZqFilterGraph* graph = nullptr;
@@ -479,7 +512,6 @@ bool Run(const RenderJob& job, ZqvstPlugin* plugin, const std::string& temporary
 
   ZQSAMPLETYPE type = job.format;
   if (!job.input.empty()) {
-    if (type == ZQSAMPLE_NONE) type = FileSampleType(job.input);
     CZqFileSource* source = nullptr;
     hr = CZqFileSource::Create(&source);
     if (FAILED(hr)) {
@@ -487,26 +519,28 @@ bool Run(const RenderJob& job, ZqvstPlugin* plugin, const std::string& temporary
       return false;
     }
     g.source = source;
-    hr = source->Open(ZqvstWiden(job.input).c_str(), type);
+    hr = source->Open(ZqvstWiden(job.input).c_str(), type == ZQSAMPLE_NONE ? CZqFileSource::kFileFormat : type);
     if (FAILED(hr)) {
       *failure = {"cannot read the input " + job.input, hr};
       return false;
     }
+    type = source->SampleType();
     outcome->framesIn = source->FileFrames();
   } else {
     if (type == ZQSAMPLE_NONE) type = ZQSAMPLE_FLOAT32;
-    hr = CZqMemorySource::Create(&g.source);
-    if (FAILED(hr)) {
-      *failure = {"cannot make the signal source", hr};
+    ZqvstSignal signal;
+    signal.Init(job.signal, job.rate, job.channels, type);
+    const LONGLONG frames = std::max<LONGLONG>(1, std::llround(job.seconds * job.rate));
+    auto* source = new (std::nothrow) SignalSource(signal, frames);
+    if (source == nullptr) {
+      *failure = {"cannot make the signal source", E_OUTOFMEMORY};
       return false;
     }
+    source->NonDelegatingAddRef();
+    g.source = source;
     WAVEFORMATEX format{};
     ZqAudio_InitWfx(&format, job.rate, type, job.channels);
-    const LONGLONG frames = std::max<LONGLONG>(1, std::llround(job.seconds * job.rate));
-    std::vector<BYTE> bytes;
-    ZqvstGenerateSignal(job.signal, job.rate, job.channels, frames, type, &bytes);
     hr = g.source->SetFormat(&format);
-    if (SUCCEEDED(hr)) hr = g.source->SetData(bytes.data(), bytes.size());
     if (FAILED(hr)) {
       *failure = {"cannot set up the " + job.signal + " signal", hr};
       return false;
@@ -582,6 +616,7 @@ bool Run(const RenderJob& job, ZqvstPlugin* plugin, const std::string& temporary
   progress.Show(g.sink->FramesWritten());
   progress.Clear();
   outcome->wallSeconds = Now() - started;
+  outcome->framesIn = g.source->FramesDelivered();
   outcome->framesOut = g.sink->FramesWritten();
   g.graph->Stop();
   if (plugin->Synth()) plugin->Synth()->Disconnect();

@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "kernel/audio/waveformat.h"
@@ -143,7 +145,9 @@ TEST_P(FileRoundTrip, BytesTimesAndFramesSurvive) {
   CZqFileSink* sink = nullptr;
   CZqFileSource::Create(&source);
   CZqFileSink::Create(&sink);
-  ASSERT_EQ(source->Open(a.c_str(), type), S_OK);
+  // In its own format: what it stores, with the unsigned bytes widened.
+  ASSERT_EQ(source->Open(a.c_str()), S_OK);
+  EXPECT_EQ(source->SampleType(), type == ZQSAMPLE_PCM8 ? ZQSAMPLE_PCM16 : type);
   EXPECT_EQ(source->FileFrames(), 1000);
   ASSERT_EQ(sink->SetFileName(b.c_str()), S_OK);
   EXPECT_EQ(Play(source, sink).event, EC_COMPLETE);
@@ -287,5 +291,74 @@ TEST_F(FilesTest, SinkFailuresAreReportedAndCleanedUp) {
     fs::remove(dir_ / "cut.wav");
   }
 }
+
+struct StreamCase {
+  ZQSAMPLETYPE type;
+  int channels;
+  ULONG framesPerSample;
+};
+void PrintTo(const StreamCase& c, std::ostream* os) {
+  *os << "type " << c.type << ", " << c.channels << " channels, samples of " << c.framesPerSample;
+}
+
+class FileSourceStreams : public FilesTest, public ::testing::WithParamInterface<StreamCase> {};
+
+// The source reads the file as the graph pulls it: a sample carries what the
+// file holds when that sample is pulled -- a source that had read ahead
+// would play bytes that are gone -- and each start plays the file from its
+// first frame again.
+TEST_P(FileSourceStreams, EachSampleIsReadWhenPulledAndEachStartBeginsAtTheFirstFrame) {
+  const StreamCase c = GetParam();
+  const WAVEFORMATEX format = Format(c.type, c.channels, 48000);
+  const size_t frames = size_t(c.framesPerSample) * 7 / 2, skip = 7 * size_t(ZqAudio_BytesFromSampleType(c.type));
+  const std::vector<BYTE> before = TestSignal(c.type, frames * c.channels);
+  std::vector<BYTE> after = TestSignal(c.type, frames * c.channels + 7);  // the same values, seven places on
+  after.erase(after.begin(), after.begin() + skip);
+  ASSERT_EQ(WriteFile(Path("played.wav"), format, before).event, EC_COMPLETE);
+  ASSERT_EQ(WriteFile(Path("later.wav"), format, after).event, EC_COMPLETE);
+  std::ifstream laterFile(dir_ / "later.wav", std::ios::binary);
+  const std::string later((std::istreambuf_iterator<char>(laterFile)), std::istreambuf_iterator<char>());
+
+  CZqFileSource* source = nullptr;
+  CZqCollectSink* collect = nullptr;
+  CZqFilterGraph* graph = nullptr;
+  CZqFileSource::Create(&source);
+  CZqCollectSink::Create(&collect);
+  CZqFilterGraph::Create(&graph);
+  ASSERT_EQ(source->Open(Path("played.wav").c_str(), c.type), S_OK);
+  source->SetFramesPerSample(c.framesPerSample);
+  source->SetThreaded(false);
+  graph->AddFilter(source, u"source");
+  graph->AddFilter(collect, u"sink");
+  ASSERT_EQ(graph->ConnectDirect(source->OutputPin(), collect->InputPin(), nullptr), S_OK);
+  const size_t firstBytes = size_t(c.framesPerSample) * format.nBlockAlign;
+  std::vector<BYTE> expected(before.begin(), before.begin() + firstBytes);
+  expected.insert(expected.end(), after.begin() + firstBytes, after.end());
+  for (const auto* wanted : {&expected, &after}) {
+    collect->Clear();
+    ASSERT_EQ(graph->Run(), S_OK);
+    ASSERT_EQ(source->PushNext(), S_OK);
+    // The same header, other frames: written over the file in place.
+    std::fstream(dir_ / "played.wav", std::ios::in | std::ios::out | std::ios::binary)
+        .write(later.data(), std::streamsize(later.size()));
+    while (source->PushNext() == S_OK) {
+    }
+    graph->Stop();
+    EXPECT_TRUE(collect->AllBytes() == *wanted) << (wanted == &expected ? "the file was read ahead of the stream"
+                                                                         : "a new start did not begin at frame 0");
+    EXPECT_EQ(source->FramesDelivered(), LONGLONG(frames));
+  }
+  graph->RemoveAllFilters();
+  graph->Release();
+  collect->Release();
+  source->Release();
+}
+
+// Straight into the sample (16 bits), through the staging buffer in more
+// than one pass (24 bits packed), the unsigned byte form in tiny samples,
+// and an odd channel count.
+INSTANTIATE_TEST_SUITE_P(Types, FileSourceStreams,
+                         ::testing::Values(StreamCase{ZQSAMPLE_PCM16, 2, 256}, StreamCase{ZQSAMPLE_PCM24, 2, 9000},
+                                           StreamCase{ZQSAMPLE_PCM8, 1, 5}, StreamCase{ZQSAMPLE_FLOAT64, 3, 100}));
 
 }  // namespace
