@@ -12,11 +12,44 @@
 // Streaming: StartStreaming is called on the change from stopped to paused
 // when both pins are connected, StopStreaming on the change back to
 // stopped; each exactly once per run.
+//
+// Two ways of transforming: sample for sample (the default: one output
+// buffer per input sample, made by Transform), or frames (an audio filter
+// whose output runs at its own pace: an input sample goes out in as many
+// output buffers as it fills, or in none, and end of stream drains what the
+// subclass still holds).  In the frame way the base owns the buffers, the
+// output times and marks, delivery and the end of stream; the subclass
+// answers ProcessFrames and DrainFrames.
 #pragma once
 
 #include "mediafw/basefilter.h"
 
 class CTransformFilter;
+
+enum class ZqTransformMode { SampleForSample, Frames };
+
+// The frame layout of a stream in the frame way, read once per sample.
+struct ZqFrameLayout {
+  WORD inputFrameBytes = 0;   // 0: nothing of the sample is taken
+  WORD outputFrameBytes = 0;
+  DWORD framesPerSecond = 0;  // of the output, for its times (0: no duration)
+};
+
+// One step of a sample in the frame way: the subclass takes up to
+// `inputFrames` frames from `input`, at most as many as fit its own cuts, and
+// writes what it produces to `output`.
+struct ZqFrameBlock {
+  const BYTE* input = nullptr;  // the sample's next frame
+  ULONG inputFrames = 0;        // frames of the sample not yet taken
+  ULONG sampleFrames = 0;       // frames of the whole sample
+  BYTE* output = nullptr;
+  ULONG outputCapacity = 0;     // frames the output buffer holds
+  bool restart = false;         // the first step after a discontinuity (or after a silence)
+  bool resumed = false;         // the first step of the sample, or the first after a failed one
+  // Answered by the subclass.
+  ULONG usedFrames = 0;      // frames taken (may exceed inputFrames: the rest of the sample is given up)
+  ULONG producedFrames = 0;  // frames written to `output`
+};
 
 class CTransformInputPin : public CBaseInputPin {
  public:
@@ -71,7 +104,8 @@ class CTransformOutputPin : public CBaseOutputPin {
 
 class CTransformFilter : public CBaseFilter {
  public:
-  CTransformFilter(const WCHAR* objectName, IUnknown* outer, REFCLSID clsid);
+  CTransformFilter(const WCHAR* objectName, IUnknown* outer, REFCLSID clsid,
+                   ZqTransformMode mode = ZqTransformMode::SampleForSample);
   ~CTransformFilter() override;
 
   int GetPinCount() override { return 2; }
@@ -99,10 +133,30 @@ class CTransformFilter : public CBaseFilter {
   virtual HRESULT BreakConnect(PIN_DIRECTION) { return S_OK; }
   virtual HRESULT CompleteConnect(PIN_DIRECTION, IPin*) { return S_OK; }
 
-  // Streaming thread, receive lock held: an output buffer, Transform, and
-  // delivery of the result.
+  // --- what a subclass in the frame way answers (streaming thread, receive
+  // lock held) ---
+  virtual ZqFrameLayout FrameLayout() { return {}; }
+  // A sample arrived, with its times as GetTime gave them (0 where it gave
+  // none); called before any output buffer is asked for.
+  virtual void BeginSample(REFERENCE_TIME, REFERENCE_TIME) {}
+  // One step: fills usedFrames and producedFrames.  A failure leaves the
+  // input where it was (the frames still count as taken) and the buffer
+  // undelivered; the status of the sample is that of its last step.
+  virtual HRESULT ProcessFrames(ZqFrameBlock*) { return E_UNEXPECTED; }
+  // At end of stream: writes up to `*frames` frames (the buffer's capacity)
+  // of what the subclass still holds and says how many; S_FALSE when it
+  // holds nothing more.  A failed chunk is dropped and draining goes on.
+  virtual HRESULT DrainFrames(BYTE*, ULONG* frames) {
+    *frames = 0;
+    return S_FALSE;
+  }
+
+  // Streaming thread, receive lock held: sample for sample, an output
+  // buffer, Transform, and delivery of the result; in the frame way,
+  // ReceiveFrames.
   virtual HRESULT Receive(IMediaSample* pSample);
-  // Streaming thread, receive lock held: passed on downstream.
+  // Streaming thread, receive lock held: passed on downstream (in the frame
+  // way after the drained frames).
   virtual HRESULT EndOfStream();
   // Passed on downstream.
   virtual HRESULT BeginFlush();
@@ -115,6 +169,27 @@ class CTransformFilter : public CBaseFilter {
  protected:
   friend class CTransformInputPin;
   friend class CTransformOutputPin;
+
+  // The frame way.  Output times run on from the last discontinuity: an
+  // output buffer starts where the one before stopped and lasts its frames
+  // at the output rate; media times count frames.  The first buffer after a
+  // discontinuity carries the mark and the discontinuous sample's times, the
+  // first after a sync point the sync mark.  Drained buffers carry no times
+  // or marks.  A sample marked silent (IZqSampleSilence) after a silent
+  // sample passes through as silence; sound after silence restarts.
+  HRESULT ReceiveFrames(IMediaSample* pSample);
+  HRESULT DrainAndEndStream();
+  // Stamps `out` with the next `frames` of output time and the pending marks.
+  void StampFrames(IMediaSample* out, ULONG frames, DWORD framesPerSecond, BOOL silent);
+
+  const ZqTransformMode m_mode;
+  BOOL m_bPendingDiscontinuity = FALSE;
+  BOOL m_bPendingSyncPoint = FALSE;
+  REFERENCE_TIME m_rtOutStart = 0;
+  REFERENCE_TIME m_rtOutStop = 0;
+  LONGLONG m_llMediaStart = 0;
+  LONGLONG m_llMediaStop = 0;
+  BOOL m_bSampleSilent = FALSE;
 
   BOOL m_bEOSDelivered = FALSE;
   BOOL m_bSampleSkipped = FALSE;

@@ -1,6 +1,7 @@
 // The path of one media sample through the filter: cut at tempo changes and
-// envelope steps, through the effect, past the plug-in's latency, out in one
-// or more output samples with computed times; and the tail at end of stream.
+// envelope steps, through the effect, past the plug-in's latency; the
+// framework's transform base takes it out in one or more output samples with
+// computed times, and drains the tail at end of stream.
 //
 // The filter never touches audio bytes itself except to shift them when it
 // discards latency: conversion between the host's interleaved samples and
@@ -27,13 +28,6 @@ class ParamValues {
   float m_inline[kInline];
   std::vector<float> m_heap;
 };
-
-// Silence information a sample may carry.
-IZqSampleSilence* SilenceOf(IMediaSample* sample) {
-  IZqSampleSilence* silence = nullptr;
-  if (FAILED(sample->QueryInterface(IID_IZqSampleSilence, reinterpret_cast<void**>(&silence)))) return nullptr;
-  return silence;
-}
 
 }  // namespace
 
@@ -67,19 +61,19 @@ HRESULT CZqVstWrap::StopStreaming() {
 
 // --- One block ------------------------------------------------------------------------
 
-HRESULT CZqVstWrapTransform::ProcessBlock(int kind, const BYTE* input, ULONG* frames, BYTE* output,
+HRESULT CZqVstWrapTransform::ProcessBlock(BlockKind kind, const BYTE* input, ULONG* frames, BYTE* output,
                                           ULONG* outFrames) {
   ULONG requested = frames ? *frames : 0;
   ULONG remaining = requested;
   HRESULT status = S_FALSE;
 
-  if (kind == 0) {
+  if (kind == BlockKind::First) {
     // After a discontinuity the plug-in's present latency is counted again.
     m_latencyToDiscard = 0;
     if (!m_latencyOff) m_effect->GetLatency(&m_latencyToDiscard);
     m_tailStarted = FALSE;
     m_tailRemaining = m_latencyToDiscard;
-  } else if (kind == 2) {
+  } else if (kind == BlockKind::Tail) {
     if (!m_tailStarted) {
       LONG tail = 0;
       m_effect->GetTailSize(&tail);
@@ -125,195 +119,72 @@ HRESULT CZqVstWrapTransform::ProcessBlock(int kind, const BYTE* input, ULONG* fr
   return status;
 }
 
-// --- One sample -------------------------------------------------------------------------
+// --- One step of a sample --------------------------------------------------------------
 
-HRESULT CZqVstWrap::Receive(IMediaSample* sample) {
-  REFERENCE_TIME sampleStart = 0, sampleStop = 0;
-  sample->GetTime(&sampleStart, &sampleStop);
-  SetSampleTimes(sampleStart, sampleStop);
+ZqFrameLayout CZqVstWrap::FrameLayout() {
+  ZqFrameLayout layout;
+  if (m_inputFormat) layout.inputFrameBytes = m_inputFormat->nBlockAlign;
+  if (m_outputFormat) {
+    layout.outputFrameBytes = m_outputFormat->nBlockAlign;
+    layout.framesPerSecond = m_outputFormat->nSamplesPerSec;
+  }
+  return layout;
+}
 
-  IMediaSample* out = nullptr;
-  HRESULT status = m_pOutput->GetDeliveryBuffer(&out, nullptr, nullptr, 0);
-  if (FAILED(status)) return status;
+void CZqVstWrap::BeginSample(REFERENCE_TIME start, REFERENCE_TIME stop) { SetSampleTimes(start, stop); }
 
-  int kind = sample->IsDiscontinuity() == S_OK ? 0 : 1;
-  if (sample->IsSyncPoint() == S_OK) m_pendingSyncPoint = TRUE;
-  if (kind == 0) {
-    // Times are rebased to the sample that follows a break in the stream.
-    m_pendingDiscontinuity = TRUE;
-    m_outStart = sampleStart;
-    m_outStop = sampleStop;
-    LONGLONG mediaStart = 0, mediaStop = 0;
-    sample->GetMediaTime(&mediaStart, &mediaStop);
-    m_mediaStart = mediaStart;
-    m_mediaStop = mediaStop;
+HRESULT CZqVstWrap::ProcessFrames(ZqFrameBlock* block) {
+  // A tempo or meter change ends a segment, and each segment starts with a
+  // time record of its own; so does the first step of a sample and the
+  // first after a failed one.
+  if (block->resumed || m_segmentLeft == 0) {
+    m_segmentLeft = HasTimeSource()
+                        ? ULONG(BuildTimeInfo(LONG(block->inputFrames), ZQTIME_FILTER_MASK, &m_timeRecord))
+                        : block->sampleFrames;
   }
 
-  LONG remaining = sample->GetActualDataLength();
-
-  // Silence marks.  The silent state only ever takes the value of `silent`,
-  // which needs it to be set already, so silent samples go through the
-  // plug-in like any other; the branches for them are kept as the stream's
-  // contract with hosts that mark silence.
-  BOOL flagged = FALSE;
-  if (IZqSampleSilence* silence = SilenceOf(sample)) {
-    flagged = silence->IsSilent();
-    silence->Release();
+  // Buffers are sized like the input's, which holds a whole sample as long
+  // as the plug-in gives no more channels than it takes; with more (mono
+  // into a stereo plug-in) a sample goes out in several buffers rather than
+  // past the end of one.
+  const ULONG capacity = block->outputCapacity;
+  DWORD changed = 0;
+  ULONG chunk = UpdateEnvelopes(m_segmentLeft, &changed, 1.0);
+  if (chunk > block->inputFrames) chunk = block->inputFrames;
+  if (chunk > capacity && capacity > 0) chunk = capacity;
+  if (changed) {
+    ParamValues values(ParamCount());
+    GetAllParams(values.data());
+    m_dirty = FALSE;
+    PushChangedParamsToEffect(values.data());
   }
-  const BOOL silent = flagged && m_sampleSilent;
-  BYTE* in = nullptr;
-  if (!silent) sample->GetPointer(&in);
-  if (m_sampleSilent && !flagged) kind = 0;
 
-  const WORD inAlign = m_inputFormat->nBlockAlign;
-  const WORD outAlign = m_outputFormat->nBlockAlign;
-  const DWORD rate = m_outputFormat->nSamplesPerSec;
-  const ULONG total = inAlign ? ULONG(remaining) / inAlign : 0;
-  ULONG done = 0;
-  ULONG segmentEnd = total;
-
-  do {
-    if (HasTimeSource()) segmentEnd = ULONG(BuildTimeInfo(LONG(total - done), ZQTIME_FILTER_MASK, &m_timeRecord));
-    ULONG segmentDone = 0;
-    do {
-      if (out == nullptr) {
-        // The last buffer could not be replaced; without one nothing more
-        // of this sample can go out.
-        status = m_pOutput->GetDeliveryBuffer(&out, nullptr, nullptr, 0);
-        if (FAILED(status)) {
-          done = total;
-          break;
-        }
-      }
-      const ULONG capacity = outAlign ? ULONG(out->GetSize()) / outAlign : 0;
-      BYTE* dst = nullptr;
-      out->GetPointer(&dst);
-
-      DWORD changed = 0;
-      ULONG chunk = UpdateEnvelopes(segmentEnd - segmentDone, &changed, 1.0);
-      if (chunk > total - done) chunk = total - done;
-      // Buffers are sized like the input's, which holds a whole sample as
-      // long as the plug-in gives no more channels than it takes; with more
-      // (mono into a stereo plug-in) a sample goes out in several buffers
-      // rather than past the end of one.
-      if (chunk > capacity && capacity > 0) chunk = capacity;
-      if (changed) {
-        ParamValues values(ParamCount());
-        GetAllParams(values.data());
-        m_dirty = FALSE;
-        PushChangedParamsToEffect(values.data());
-      }
-
-      m_sampleSilent = silent;
-      ULONG outFrames = 0;
-      if (!silent) {
-        if (!m_effectStarted || kind == 0) {
-          // Restart processing without switching the plug-in off: its state
-          // is cleared but its settings stay.
-          m_effect->Suspend(FALSE);
-          m_effect->Resume(FALSE);
-        }
-        m_effectStarted = TRUE;
-        status = ProcessBlock(kind, in, &chunk, dst, &outFrames);
-      }
-      if (status == S_FALSE || silent) {
-        chunk = total;
-        outFrames = total;
-        status = S_OK;
-      }
-
-      const LONG outBytes = LONG(outAlign * outFrames);
-      const LONG inBytes = LONG(inAlign * chunk);
-      done += chunk;
-      segmentDone += chunk;
-      out->SetActualDataLength(outBytes);
-      if (FAILED(status)) break;
-
-      if (outBytes > 0) {
-        if (m_pendingDiscontinuity) {
-          out->SetDiscontinuity(TRUE);
-          m_pendingDiscontinuity = FALSE;
-        } else {
-          m_outStart = m_outStop;
-          m_mediaStart = m_mediaStop;
-        }
-        const LONGLONG duration = rate == 0 ? 0 : LONGLONG(double(outFrames) / double(rate) * 10000000.0 + 0.5);
-        m_outStop = m_outStart + duration;
-        m_mediaStop = m_mediaStart + LONGLONG(outFrames);
-        out->SetTime(&m_outStart, &m_outStop);
-        out->SetMediaTime(&m_mediaStart, &m_mediaStop);
-        m_outStart = m_outStop;
-        m_mediaStart = m_mediaStop;
-        if (m_pendingSyncPoint) {
-          out->SetSyncPoint(TRUE);
-          m_pendingSyncPoint = FALSE;
-        }
-        if (IZqSampleSilence* silence = SilenceOf(out)) {
-          silence->SetSilent(silent);
-          silence->Release();
-        }
-        status = m_pOutput->Deliver(out);
-        if (FAILED(status)) break;
-      }
-
-      if (inBytes >= remaining) break;
-      if (in) in += inBytes;
-      remaining -= inBytes;
-      if (kind != 2) kind = 1;
-
-      // A block swallowed whole by latency keeps its buffer for the next.
-      if (outBytes > 0) {
-        out->Release();
-        out = nullptr;
-        status = m_pOutput->GetDeliveryBuffer(&out, nullptr, nullptr, 0);
-        if (FAILED(status)) break;
-      }
-    } while (segmentDone < segmentEnd);
-  } while (done < total);
-
-  sample->SetActualDataLength(remaining);
-  if (out) out->Release();
+  if (!m_effectStarted || block->restart) {
+    // Restart processing without switching the plug-in off: its state is
+    // cleared but its settings stay.
+    m_effect->Suspend(FALSE);
+    m_effect->Resume(FALSE);
+  }
+  m_effectStarted = TRUE;
+  ULONG outFrames = 0;
+  HRESULT status = ProcessBlock(block->restart ? BlockKind::First : BlockKind::Ordinary, block->input, &chunk,
+                                block->output, &outFrames);
+  if (status == S_FALSE) {
+    // Nothing was processed (an empty sample): the whole sample counts as
+    // done and the buffer goes out at the sample's length.
+    chunk = block->sampleFrames;
+    outFrames = block->sampleFrames;
+    status = S_OK;
+  }
+  m_segmentLeft = chunk >= m_segmentLeft ? 0 : m_segmentLeft - chunk;
+  block->usedFrames = chunk;
+  block->producedFrames = outFrames;
   return status;
 }
 
 // --- End of stream: the tail -----------------------------------------------------------
 
-HRESULT CZqVstWrap::EndOfStream() {
-  if (m_pOutput == nullptr) return S_OK;
-  IMediaSample* out = nullptr;
-  HRESULT hr = m_pOutput->GetDeliveryBuffer(&out, nullptr, nullptr, 0);
-  if (FAILED(hr)) return hr;
-
-  const WORD outAlign = m_outputFormat->nBlockAlign;
-  LONG outBytes = 0;
-  for (;;) {
-    ULONG frames = outAlign ? ULONG(out->GetSize()) / outAlign : 0;
-    BYTE* dst = nullptr;
-    out->GetPointer(&dst);
-    // No input: the effect feeds the plug-in silence.
-    HRESULT status = ProcessBlock(2, nullptr, nullptr, dst, &frames);
-    outBytes = LONG(outAlign * frames);
-    out->SetActualDataLength(outBytes);
-    if (status == S_FALSE) break;
-    if (SUCCEEDED(status)) {
-      HRESULT delivered = m_pOutput->Deliver(out);
-      out->Release();
-      out = nullptr;
-      if (FAILED(delivered)) {
-        m_pOutput->DeliverEndOfStream();
-        return delivered;
-      }
-    } else {
-      out->Release();
-      out = nullptr;
-    }
-    hr = m_pOutput->GetDeliveryBuffer(&out, nullptr, nullptr, 0);
-    if (FAILED(hr)) return hr;
-  }
-
-  HRESULT delivered = S_OK;
-  if (outBytes > 0) delivered = m_pOutput->Deliver(out);
-  out->Release();
-  HRESULT eos = m_pOutput->DeliverEndOfStream();
-  return FAILED(delivered) ? delivered : eos;
+HRESULT CZqVstWrap::DrainFrames(BYTE* output, ULONG* frames) {
+  // No input: the effect feeds the plug-in silence.
+  return ProcessBlock(BlockKind::Tail, nullptr, nullptr, output, frames);
 }

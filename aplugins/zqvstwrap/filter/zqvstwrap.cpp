@@ -122,7 +122,7 @@ HRESULT CVstMaster::EndEdit(LONG index) { return m_filter->EndParamEdit(index); 
 
 CZqVstWrapTransform::CZqVstWrapTransform(const WCHAR* name, IUnknown* outer, REFCLSID clsid, const WCHAR* path,
                                          DWORD recordFlags, HRESULT* status)
-    : CTransformFilter(name, outer, clsid) {
+    : CTransformFilter(name, outer, clsid, ZqTransformMode::Frames) {
   InitializeCriticalSection(&m_notifyLock);
   // The effect may call back through the master while it is being set up;
   // those calls wait here until the tables they touch exist.
@@ -647,8 +647,6 @@ CZqVstWrap::CZqVstWrap(IUnknown* outer, REFCLSID clsid, const WCHAR* path, const
   m_clsid2 = clsid;
   lstrcpynW(m_modulePath2, path ? path : u"", 260);
   m_instance = g_instances.fetch_add(1) + 1;
-  m_outStart = m_outStop = 0;
-  m_mediaStart = m_mediaStop = 0;
   if (SUCCEEDED(*status)) {
     m_effect->SetProgram(0);
     PullParamsFromEffect();

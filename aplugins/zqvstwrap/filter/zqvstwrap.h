@@ -149,9 +149,10 @@ class CZqVstWrapTransform : public CTransformFilter,
   void OnParamSetByHost(DWORD index, HRESULT effectResult) override;
 
   // The streaming path (zqvststreaming.cpp): one block through the effect
-  // with the latency discarded and the tail counted.  `kind` 0 first block
-  // after a discontinuity, 1 ordinary, 2 tail.
-  HRESULT ProcessBlock(int kind, const BYTE* input, ULONG* frames, BYTE* output, ULONG* outFrames);
+  // with the latency discarded and the tail counted.  A tail block takes no
+  // input and at most `*outFrames` frames (the buffer's room, 0 for none).
+  enum class BlockKind { First, Ordinary, Tail };
+  HRESULT ProcessBlock(BlockKind kind, const BYTE* input, ULONG* frames, BYTE* output, ULONG* outFrames);
 
   void FreeParamTables();
   bool ValidIndex(int index) const { return index >= 0 && index < m_paramCountProp; }
@@ -208,10 +209,18 @@ class CZqVstWrap final : public CZqVstWrapTransform,
   HRESULT STDMETHODCALLTYPE NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
 
   // --- streaming (zqvststreaming.cpp) ---
+  // The framework receives in the frame way: buffers, output times and
+  // marks, delivery and end of stream are its; each step cuts the sample at
+  // tempo changes, envelope steps and the output buffer's room and runs one
+  // block through the effect.
   HRESULT StartStreaming() override;
   HRESULT StopStreaming() override;
-  HRESULT Receive(IMediaSample* sample) override;
-  HRESULT EndOfStream() override;
+  ZqFrameLayout FrameLayout() override;
+  // The envelope clock starts at the sample's start time.
+  void BeginSample(REFERENCE_TIME start, REFERENCE_TIME stop) override;
+  HRESULT ProcessFrames(ZqFrameBlock* block) override;
+  // The plug-in's tail, in chunks of at most the largest block.
+  HRESULT DrainFrames(BYTE* output, ULONG* frames) override;
 
   // --- ISpecifyPropertyPages ---
   HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pages) override;
@@ -263,13 +272,7 @@ class CZqVstWrap final : public CZqVstWrapTransform,
   WAVEFORMATEX m_outFormat{};
   DWORD m_spare = 0;
   BOOL m_effectStarted = FALSE;
-  BOOL m_pendingDiscontinuity = FALSE;
-  BOOL m_pendingSyncPoint = FALSE;
-  REFERENCE_TIME m_outStart = 0;
-  REFERENCE_TIME m_outStop = 0;
-  LONGLONG m_mediaStart = 0;
-  LONGLONG m_mediaStop = 0;
-  BOOL m_sampleSilent = FALSE;
+  ULONG m_segmentLeft = 0;  // frames to the next tempo or meter change (0: ask again)
   CLSID m_clsid2{};
   WCHAR m_modulePath2[260]{};
 };
