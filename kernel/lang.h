@@ -292,7 +292,7 @@ static_assert(offsetof(tZQINTERNATIONALS, langID) == 740);
 static_assert(offsetof(tZQINTERNATIONALS, musicMeasure) == 756);
 
 // With a null `record`: reads the locale values again into the kernel's
-// copy and registers the kernel's print tokens.  Otherwise copies at most
+// copy (the print tokens of the separators follow them).  Otherwise copies at most
 // `size` bytes of the kernel's copy (796 at most) into `record` and writes
 // the number copied into its first field.  Answers the number of bytes
 // copied (0 for a refresh or a size below 4).
