@@ -8,6 +8,7 @@
 
 #include "base/status.h"
 #include "kernel/memory.h"
+#include "platform/memory.h"
 #include "platform/thread.h"
 
 namespace {
@@ -81,7 +82,10 @@ HRESULT GrowLocked(tZQLIST* l, int64_t extra) {
   return S_OK;
 }
 
-// Makes room for `needed` elements in all, growing in steps of growBy.
+// Makes room for `needed` elements in all by the smallest number of growBy
+// steps: the capacity that placing the elements one at a time would reach.
+// Operations that place elements one by one reserve with it up front so that
+// they cannot stop half-way.
 HRESULT ReserveLocked(tZQLIST* l, int64_t needed) {
   if (needed > INT_MAX) return E_OUTOFMEMORY;
   if (needed <= l->allocated) return S_OK;
@@ -119,7 +123,11 @@ HRESULT InsertLocked(tZQLIST* l, int index, const void* source, int64_t k, int* 
     std::memcpy(copy, source, SlotBytes(l, k));
     source = copy;
   }
-  HRESULT hr = ReserveLocked(l, static_cast<int64_t>(l->count) + k);
+  // A list short of room grows by the number of elements inserted, rounded
+  // up to growBy, not merely by what is missing: an insertion of k elements
+  // leaves room for about k more.
+  HRESULT hr = S_OK;
+  if (static_cast<int64_t>(l->count) + k > l->allocated) hr = GrowLocked(l, k);
   if (SUCCEEDED(hr)) {
     if (index < 0 || index >= l->count) index = l->count;
     std::memmove(SlotAt(l, index + k), SlotAt(l, index), SlotBytes(l, l->count - index));
@@ -299,6 +307,8 @@ HRESULT ZqList_Destroy(tZQLIST* l) {
 
 BOOL ZqList_IsList(const void* list, INT size) {
   if (size != ZQLIST_HEADER_SIZE || !list) return FALSE;
+  // Callers ask about pointers they cannot vouch for: look before reading.
+  if (!ZqIsMemoryReadable(list, sizeof(tZQLIST))) return FALSE;
   return Alive(static_cast<const tZQLIST*>(list)) ? TRUE : FALSE;
 }
 

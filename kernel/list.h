@@ -116,7 +116,9 @@ ZQ_API HRESULT ZqList_Destroy(tZQLIST* list);
 
 // --- Tests and fields ---------------------------------------------------------
 
-// 1 when `size` is ZQLIST_HEADER_SIZE, the pointer is not null and `magic` fits.
+// 1 when `size` is ZQLIST_HEADER_SIZE, the whole header is readable memory
+// (asked of the platform first, so a stray pointer answers 0 instead of
+// faulting) and `magic` fits.
 ZQ_API BOOL ZqList_IsList(const void* list, INT size);
 ZQ_API BOOL ZqList_IsListFast(const void* list);
 // 1 when 0 <= index <= count - 1, under the lock.
@@ -150,6 +152,9 @@ ZQ_API HRESULT ZqList_ShrinkAllocated(tZQLIST* list, INT slots);
 //   items != null, n < 0: -n raw slots (heap lists take over the items);
 //   items == null, n == -1, pending set: the pending item as one slot.
 // Anything else is E_FAIL.  An index below 0 or at count or above is the end.
+// A list short of room grows by the number of elements inserted, rounded up
+// to a multiple of growBy (4 allocated, 3 used, grow-by 4: inserting 5 gives
+// 12 slots).
 ZQ_API HRESULT ZqList_InsertList(tZQLIST* list, INT index, const void* items, INT n);
 // Heap lists only: a zeroed item of `size` bytes into `pending` (and *item).
 ZQ_API HRESULT ZqList_AllocItem(tZQLIST* list, UINT size, void** item);

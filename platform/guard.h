@@ -75,13 +75,21 @@
 // forced unwind (thread cancellation, pthread_exit) is never caught.
 //
 // Floating-point state.  A filter sees the foreign code's state in
-// ContextRecord (FltSave.ControlWord, MxCsr).  For a processor fault the guard
-// resets the thread's state to the default (as ZqResetFloatingPointState
-// does) before the first filter runs, so the filters and the code after a
-// handled fault start from x87 control word 0x37F and MXCSR 0x1F80; a filter
-// that changes the state leaves it changed.  For a C++ exception and a raised
-// exception the guard leaves the state as the foreign code left it; a filter
-// that wants it reset calls ZqResetFloatingPointState itself.
+// ContextRecord (FltSave.ControlWord, MxCsr).  For every processor fault the
+// guard reinitialises the unit before the first filter runs (the x87
+// register stack is emptied and its status cleared, as foreign code that
+// died in mid-computation may leave anything there), then:
+//   - after a floating-point fault (0xC000008D to 0xC0000093) the state is
+//     the default, x87 control word 0x37F and MXCSR 0x1F80: the foreign
+//     code's unmasked exceptions would only fault again;
+//   - after any other fault (access violation, integer divide, illegal
+//     instruction, ...) the x87 control word and MXCSR are those the thread
+//     had when the innermost guard was entered, so the caller goes on with
+//     its own rounding and exception masks.
+// The filters and the code after a handled fault start from that state; a
+// filter that changes it leaves it changed.  For a C++ exception and a
+// raised exception the guard leaves the state as the foreign code left it; a
+// filter that wants it reset calls ZqResetFloatingPointState itself.
 //
 // Limits, honestly.  This is best effort.  Whatever the foreign code
 // corrupted stays corrupted; locks it held stay held (a fault inside malloc

@@ -29,7 +29,8 @@ struct GuardFrame {
   GuardFrame* outer;
   ZqGuardFilter filter;
   void* filterContext;
-  EXCEPTION_RECORD record;  // filled when a filter took an exception
+  ZqFloatingPointState entryFp;  // the caller's control state when the guard was entered
+  EXCEPTION_RECORD record;       // filled when a filter took an exception
 };
 
 struct ThreadState {
@@ -426,6 +427,10 @@ void TranslateFault(int sig, const siginfo_t* info, const ucontext_t* uc, EXCEPT
   }
 }
 
+bool IsFloatingPointCode(DWORD code) {
+  return code >= EXCEPTION_FLT_DENORMAL_OPERAND && code <= EXCEPTION_FLT_UNDERFLOW;
+}
+
 // ---------------------------------------------------------------------------
 // The search.
 
@@ -504,9 +509,13 @@ void OnFault(int sig, siginfo_t* info, void* ucontext) {
     CONTEXT ctx;
     TranslateFault(sig, info, uc, &rec);
     FillContext(uc, &ctx);
-    // The foreign code's floating-point state stays in ctx; filters and the
-    // code after the guard start from the default.
+    // The foreign code's floating-point state stays in ctx (and returns with
+    // it when execution continues).  Filters and the code after the guard
+    // start from a clean unit: the default after a floating-point fault,
+    // whose flags and unmasked exceptions would otherwise fault again, and
+    // the caller's own control words after any other fault.
     ZqResetFloatingPointState();
+    if (!IsFloatingPointCode(rec.ExceptionCode)) ZqSetFloatingPointState(ts->top->entryFp);
     GuardFrame* taker = nullptr;
     switch (Dispatch(ts, &rec, &ctx, &taker)) {
       case Verdict::Handle:
@@ -566,6 +575,7 @@ DWORD ZqGuardedCall(void (*fn)(void*), void* context, ZqGuardFilter filter, void
   frame.outer = frame.thread->top;
   frame.filter = filter;
   frame.filterContext = filterContext;
+  frame.entryFp = ZqGetFloatingPointState();
   // frame.record needs no clearing: it is read only after JumpTo or RunBody
   // has written it whole.
   frame.thread->top = &frame;
