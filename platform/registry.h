@@ -5,11 +5,15 @@
 // variable defaults to "~/.config"); HKEY_LOCAL_MACHINE is
 // "/etc/xdg/Ostrand/machine.db", read only and used when it exists.  When
 // ZQ_REGISTRY_DIR is set, both files live in that folder instead.  The
-// variables are read at every call, so a process (a test) that changes them
-// reaches the new store with its next call; handles opened before keep
-// working on the store they were opened in.  A hive whose file does not exist
-// reads as empty; the user's file and the folders on the way to it are
-// created by the first write (folders 0700, the file 0600).
+// variables are read at every call through HKEY_CURRENT_USER or
+// HKEY_LOCAL_MACHINE, so a process (a test) that changes them reaches the new
+// store with its next such call; handles opened before keep working on the
+// store they were opened in.  Such a call also notices a store file that was
+// removed or replaced since this process opened it: the new file serves from
+// then on, and the keys opened in the old one answer ERROR_KEY_DELETED.  A
+// hive whose file does not exist reads as empty; the user's file and the
+// folders on the way to it are created by the first write (folders 0700, the
+// file 0600).
 //
 // Keys.  A key's name is any text without "\" of 1 to 255 characters (a
 // longer one answers ERROR_INVALID_PARAMETER); a path names keys from a

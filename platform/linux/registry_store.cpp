@@ -3,6 +3,7 @@
 #include "platform/linux/registry_store.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,6 +90,19 @@ constexpr const char* kLayout =
     " type INTEGER NOT NULL, data BLOB NOT NULL, PRIMARY KEY(key, fold)) WITHOUT ROWID;";
 
 std::atomic<bool> g_machineWrite{false};
+
+// Counts the forks of this process, so that a child tells a connection it
+// inherited from one of its own without asking for its process id each call.
+std::atomic<unsigned> g_forks{0};
+
+unsigned Forks() {
+  static const bool counting = [] {
+    pthread_atfork(nullptr, nullptr, [] { g_forks.fetch_add(1); });
+    return true;
+  }();
+  (void)counting;
+  return g_forks.load(std::memory_order_relaxed);
+}
 
 std::string Environment(const char16_t* name) {
   WCHAR small[512];
@@ -253,11 +267,11 @@ std::shared_ptr<Store> CurrentStore(Hive hive) {
   std::string path = HivePath(hive);
   std::lock_guard<std::mutex> guard(*lock);
   std::shared_ptr<Store>& slot = current[hive == Hive::User ? 0 : 1];
-  if (slot && slot->path() == path) return slot;
+  if (slot && slot->path() == path && !slot->Replaced()) return slot;
   std::erase_if(*live, [](const auto& entry) { return entry.second.expired(); });
   std::weak_ptr<Store>& known = (*live)[path];
   slot = known.lock();
-  if (!slot) {
+  if (!slot || slot->Replaced()) {
     slot = std::make_shared<Store>(hive, path);
     known = slot;
   }
@@ -274,7 +288,7 @@ void Store::Disconnect() {
   if (db_ == nullptr) return;
   // A connection inherited through fork belongs to the parent: closing it
   // here could disturb the parent's file, so the child only forgets it.
-  if (pid_ == getpid()) {
+  if (forks_ == Forks()) {
     // Closing removes the log files by name; when the file has been removed
     // or replaced, those names may belong to another store by now.
     if (!FileStillSame()) {
@@ -293,13 +307,21 @@ bool Store::FileStillSame() const {
   return stat(path_.c_str(), &st) == 0 && st.st_dev == device_ && st.st_ino == inode_;
 }
 
-LSTATUS Store::Connect(Mode mode) {
-  // A connection of another process (inherited through fork), a file replaced
-  // or removed since, or a read-only connection that must now write: open the
-  // file again.
-  if (db_ != nullptr &&
-      (pid_ != getpid() || !FileStillSame() || (mode != Mode::Read && readOnly_)))
+bool Store::Replaced() {
+  std::lock_guard<std::mutex> guard(lock_);
+  if (!gone_ && db_ != nullptr && !FileStillSame()) {
+    gone_ = true;
     Disconnect();
+  }
+  return gone_;
+}
+
+LSTATUS Store::Connect(Mode mode) {
+  // The keys of a file removed or replaced are gone with it.
+  if (gone_) return ERROR_KEY_DELETED;
+  // A connection of the parent (inherited through fork), or a read-only
+  // connection that must now write: open the file again.
+  if (db_ != nullptr && (forks_ != Forks() || (mode != Mode::Read && readOnly_))) Disconnect();
   if (db_ != nullptr) return ERROR_SUCCESS;
   return OpenConnection(mode);
 }
@@ -331,7 +353,7 @@ LSTATUS Store::OpenConnection(Mode mode) {
   sqlite3_extended_result_codes(db, 1);
   sqlite3_busy_timeout(db, kBusyTimeoutMs);
   db_ = db;
-  pid_ = getpid();
+  forks_ = Forks();
   readOnly_ = readOnly;
   device_ = st.st_dev;
   inode_ = st.st_ino;

@@ -81,6 +81,10 @@ class Store {
 
   Hive hive() const { return hive_; }
   const std::string& path() const { return path_; }
+  // Whether the file has been removed or replaced since the connection was
+  // opened (a stat of the path).  From then on the Store answers
+  // ERROR_KEY_DELETED for every key, and a new Store serves the path.
+  bool Replaced();
 
   // What a call needs of the file.  Read: a missing file reads as an empty
   // hive.  Modify: a missing file means there is nothing to change.  Create:
@@ -169,7 +173,8 @@ class Store {
   std::mutex lock_;
   sqlite3* db_ = nullptr;
   sqlite3_stmt* statements_[kStatementCount] = {};
-  pid_t pid_ = 0;
+  unsigned forks_ = 0;  // the process's fork count when the connection was opened
+  bool gone_ = false;   // the file was removed or replaced under the connection
   bool readOnly_ = false;
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -158,6 +158,10 @@ TEST_F(Registry, EveryFailureHasItsStatus) {
       {"query after delete", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_KEY_DELETED},
       {"write after delete", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); return RegSetValueExW(k, u"v", 0, REG_NONE, nullptr, 0); }, ERROR_KEY_DELETED},
       {"create below a deleted key", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); HKEY h; return RegCreateKeyW(k, u"s", &h); }, ERROR_KEY_DELETED},
+      {"store file removed meanwhile", [&](HKEY k) {
+         for (const char* tail : {"", "-wal", "-shm"}) fs::remove(UserDb() + tail);
+         RegCloseKey(Create(u"K"));  // a new store serves the path
+         return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_KEY_DELETED},
       {"closed handle", [](HKEY k) { RegCloseKey(k); return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_INVALID_HANDLE},
       {"root of no store", [](HKEY) { HKEY h; return RegOpenKeyW(HKEY_CLASSES_ROOT, u"x", &h); }, ERROR_INVALID_HANDLE},
       {"data without a size", [](HKEY k) { BYTE b[4]; return RegQueryValueExW(k, u"v", nullptr, nullptr, b, nullptr); }, ERROR_INVALID_PARAMETER},
