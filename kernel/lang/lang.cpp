@@ -120,7 +120,7 @@ ZQ_API HRESULT ZqLang_Open(HZQLANG* handle, HMODULE instance, UINT lcid, UINT te
   h->langModule = ZqLang_LoadLanguageModule(instance);
   const HRESULT hr = ZqList_CreateExZ(&h->stringCache, 0, 16, 16, ZQLIST_HEAPITEMS, 0, 0, 0);
   if (FAILED(hr)) {
-    // The record and the ring stay allocated, as the original leaves them.
+    // Nothing is left behind: the ring and the record go too.
     h->stringCache = nullptr;
     ZqLang_Close(h);
     return hr;

@@ -9,6 +9,7 @@
 
 #include "base/status.h"
 #include "kernel/kernel_init.h"
+#include "tests/kernel/fault_injection.h"
 #include "kernel/langres.h"
 #include "kernel/langsys.h"
 #include "kernel/langtable.h"
@@ -227,6 +228,21 @@ TEST(Lang, LanguageModuleNextToTheModuleComesFirst) {
     ZqLang_Close(h);
   }
   FreeLibrary(module);
+}
+
+TEST(Lang, OpeningWithoutMemoryLeavesNothingBehind) {
+  const LONG_PTR before = ZqMemory_GetLiveBlocks();
+  const LONG points = ZqForEachAllocFailure(
+      [] { return HZQLANG{}; }, [](HZQLANG& h) { return ZqLang_Open(&h, GetModuleHandleW(nullptr), 0x407, 0); },
+      [&](HZQLANG& h, const ZqFaultRun& run) {
+        if (run.failed) {
+          EXPECT_EQ(run.status, static_cast<HRESULT>(0x8007000E)) << "failing allocation " << run.n;
+          EXPECT_EQ(h, nullptr);
+        }
+        ZqLang_Close(h);
+        EXPECT_EQ(ZqMemory_GetLiveBlocks(), before) << "failing allocation " << run.n;
+      });
+  EXPECT_GE(points, 3);  // record, ring, cache
 }
 
 TEST(Lang, TempRingSizesStepsAndWraps) {
