@@ -18,8 +18,8 @@
 // Keys.  A key's name is any text without "\" of 1 to 255 characters (a
 // longer one answers ERROR_INVALID_PARAMETER); a path names keys from a
 // parent down, separated by "\" (one trailing "\" is ignored; a leading "\"
-// or an empty part in the middle answers ERROR_BAD_PATHNAME).  Names keep the case they were created with and are
-// compared without regard to case by ZqToLowerW of each UTF-16 unit
+// or an empty part in the middle answers ERROR_BAD_PATHNAME).  Names keep the case they were
+// created with and are compared without regard to case by ZqToLowerW of each UTF-16 unit
 // (platform/text.h: ASCII, Latin-1, Latin Extended-A, Greek, Cyrillic; other
 // characters compare as they are).  Sub-keys and values are enumerated by
 // index in that case-insensitive order, unit by unit with a shorter name
@@ -87,9 +87,12 @@ typedef DWORD REGSAM;
 // The predefined roots (the original platform's values).  They need no open
 // and closing them does nothing.  Other predefined roots answer
 // ERROR_INVALID_HANDLE.
-#define HKEY_CLASSES_ROOT (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000000))))
-#define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000001))))
-#define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000002))))
+#define HKEY_CLASSES_ROOT \
+  (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000000))))
+#define HKEY_CURRENT_USER \
+  (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000001))))
+#define HKEY_LOCAL_MACHINE \
+  (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000002))))
 #define HKEY_USERS (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000003))))
 
 // Access rights of a handle.  Queries need KEY_QUERY_VALUE, setting and

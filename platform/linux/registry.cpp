@@ -168,8 +168,9 @@ LSTATUS CopyName(std::u16string_view name, LPWSTR buffer, DWORD* cch) {
 std::u16string ColumnText(sqlite3_stmt* statement, int column) {
   const auto* text = sqlite3_column_text(statement, column);
   if (text == nullptr) return std::u16string();
-  return ZqUtf8ToUtf16(std::string_view(reinterpret_cast<const char*>(text),
-                                        static_cast<size_t>(sqlite3_column_bytes(statement, column))));
+  return ZqUtf8ToUtf16(
+      std::string_view(reinterpret_cast<const char*>(text),
+                       static_cast<size_t>(sqlite3_column_bytes(statement, column))));
 }
 
 // Value bytes and type into the caller's optional outputs.
@@ -488,27 +489,28 @@ LSTATUS RegEnumValueW(HKEY handle, DWORD index, LPWSTR name, DWORD* cchName, DWO
   if (reserved != nullptr || name == nullptr || cchName == nullptr ||
       (data != nullptr && cbData == nullptr))
     return ERROR_INVALID_PARAMETER;
-  return EnumerateAt(handle, KEY_QUERY_VALUE, reg::kEnumValue, index,
-                     [&](sqlite3_stmt* row) -> LSTATUS {
-                       const LSTATUS status = CopyName(ColumnText(row, 0), name, cchName);
-                       const LSTATUS copied = CopyValue(
-                           static_cast<DWORD>(sqlite3_column_int64(row, 1)),
-                           sqlite3_column_blob(row, 2),
-                           static_cast<size_t>(sqlite3_column_bytes(row, 2)), type, data, cbData);
-                       return status != ERROR_SUCCESS ? status : copied;
-                     });
+  return EnumerateAt(
+      handle, KEY_QUERY_VALUE, reg::kEnumValue, index, [&](sqlite3_stmt* row) -> LSTATUS {
+        const LSTATUS status = CopyName(ColumnText(row, 0), name, cchName);
+        const LSTATUS copied =
+            CopyValue(static_cast<DWORD>(sqlite3_column_int64(row, 1)), sqlite3_column_blob(row, 2),
+                      static_cast<size_t>(sqlite3_column_bytes(row, 2)), type, data, cbData);
+        return status != ERROR_SUCCESS ? status : copied;
+      });
 }
 
 LSTATUS RegQueryInfoKeyW(HKEY handle, LPWSTR cls, DWORD* cchClass, DWORD* reserved, DWORD* subKeys,
                          DWORD* maxSubKeyLen, DWORD* maxClassLen, DWORD* values,
-                         DWORD* maxValueNameLen, DWORD* maxValueLen,
-                         DWORD* securityDescriptorBytes, FILETIME* lastWrite) {
-  if (reserved != nullptr || (cls != nullptr && cchClass == nullptr)) return ERROR_INVALID_PARAMETER;
+                         DWORD* maxValueNameLen, DWORD* maxValueLen, DWORD* securityDescriptorBytes,
+                         FILETIME* lastWrite) {
+  if (reserved != nullptr || (cls != nullptr && cchClass == nullptr))
+    return ERROR_INVALID_PARAMETER;
   OpenKey key;
   LSTATUS status = Resolve(handle, &key);
   if (status != ERROR_SUCCESS) return status;
   if (!(key.sam & KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
-  DWORD counts[6] = {};  // sub-keys, longest name, longest class, values, longest name, longest data
+  // Sub-keys, longest name, longest class; values, longest name, longest data.
+  DWORD counts[6] = {};
   std::u16string className;
   int64_t written = 0;
   Session session(*key.store, Mode::Read);

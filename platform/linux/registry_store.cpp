@@ -418,10 +418,10 @@ LSTATUS Store::CreateLayout() {
     rc = sqlite3_exec(db_, kLayout, nullptr, nullptr, nullptr);
     if (rc == SQLITE_OK) {
       const std::string root =
-          "INSERT INTO keys(id, parent, name, fold, class, written) VALUES(1, NULL, '', x'', NULL, " +
-          std::to_string(NowFileTime()) + ");" + "PRAGMA application_id=" +
-          std::to_string(kApplicationId) + ";" + "PRAGMA user_version=" +
-          std::to_string(kLayoutVersion) + ";";
+          "INSERT INTO keys(id, parent, name, fold, class, written)"
+          " VALUES(1, NULL, '', x'', NULL, " + std::to_string(NowFileTime()) + ");" +
+          "PRAGMA application_id=" + std::to_string(kApplicationId) + ";" +
+          "PRAGMA user_version=" + std::to_string(kLayoutVersion) + ";";
       rc = sqlite3_exec(db_, root.c_str(), nullptr, nullptr, nullptr);
     }
   }

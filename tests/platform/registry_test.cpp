@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
+#include "platform/registry.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,11 +10,11 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/environment.h"
 #include "platform/process.h"
-#include "platform/registry.h"
 #include "platform/sync.h"
 #include "platform/text.h"
 #include "tests/support/test_folder.h"
@@ -23,35 +23,66 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Short forms of the calls the cases repeat.
+LSTATUS Open(HKEY root, const char16_t* path, REGSAM sam = KEY_READ, HKEY* out = nullptr) {
+  HKEY key = nullptr;
+  const LSTATUS status = RegOpenKeyExW(root, path, 0, sam, &key);
+  if (out)
+    *out = key;
+  else
+    RegCloseKey(key);
+  return status;
+}
+LSTATUS Query(HKEY key, const char16_t* name, void* data = nullptr, DWORD* size = nullptr,
+              DWORD* type = nullptr) {
+  return RegQueryValueExW(key, name, nullptr, type, static_cast<BYTE*>(data), size);
+}
+LSTATUS Set(HKEY key, const char16_t* name, DWORD type, const void* data, size_t size) {
+  return RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data),
+                        static_cast<DWORD>(size));
+}
+void SetDword(HKEY key, const char16_t* name, DWORD value) {
+  EXPECT_EQ(Set(key, name, REG_DWORD, &value, 4), ERROR_SUCCESS);
+}
+// Sub-keys, longest sub-key name, values, longest value data.
+std::vector<DWORD> Info(HKEY key) {
+  std::vector<DWORD> n(4, 99);
+  EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &n[0], &n[1], nullptr, &n[2], nullptr,
+                             &n[3], nullptr, nullptr),
+            ERROR_SUCCESS);
+  return n;
+}
+std::u16string Wide(const std::string& text) { return ZqUtf8ToUtf16(text); }
+
 // Every case gets its own store folder.
 class Registry : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(SetEnvironmentVariableW(u"ZQ_REGISTRY_DIR", ZqUtf8ToUtf16(dir_.path().string()).c_str()));
-  }
+  void SetUp() override { PointAt(dir_.path()); }
   void TearDown() override { ZqRegistryAllowMachineWrite(FALSE); }
 
-  HKEY Create(const char16_t* path, HKEY root = HKEY_CURRENT_USER) {
-    HKEY key = nullptr;
-    EXPECT_EQ(RegCreateKeyExW(root, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), ERROR_SUCCESS);
-    return key;
+  static void PointAt(const fs::path& folder) {
+    ASSERT_TRUE(SetEnvironmentVariableW(u"ZQ_REGISTRY_DIR", Wide(folder.string()).c_str()));
   }
-  static void SetDword(HKEY key, const char16_t* name, DWORD value) {
-    EXPECT_EQ(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), 4), ERROR_SUCCESS);
+  static HKEY Create(const char16_t* path, HKEY root = HKEY_CURRENT_USER) {
+    HKEY key = nullptr;
+    EXPECT_EQ(RegCreateKeyExW(root, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
+    return key;
   }
   static std::vector<std::u16string> SubKeys(HKEY key) {
     std::vector<std::u16string> names;
     WCHAR name[256];
-    for (DWORD i = 0; RegEnumKeyW(key, i, name, 256) == ERROR_SUCCESS; ++i) names.emplace_back(name);
+    for (DWORD i = 0; RegEnumKeyW(key, i, name, 256) == ERROR_SUCCESS; ++i)
+      names.emplace_back(name);
     return names;
   }
-  // Makes the process let go of the store at `file` (its log is written back
-  // into it) by pointing the store elsewhere for one call.
-  static void LetGo(const std::string& file) {
+  // Makes the process let go of its store file (its log is written back into
+  // it) by pointing the store elsewhere for one call.
+  void LetGo() {
     ASSERT_EQ(RegFlushKey(HKEY_CURRENT_USER), ERROR_SUCCESS);
-    SetEnvironmentVariableW(u"ZQ_REGISTRY_DIR", u"/nonexistent");
-    RegQueryValueExW(HKEY_CURRENT_USER, u"x", nullptr, nullptr, nullptr, nullptr);
-    SetEnvironmentVariableW(u"ZQ_REGISTRY_DIR", ZqUtf8ToUtf16(fs::path(file).parent_path().string()).c_str());
+    PointAt("/nonexistent");
+    Query(HKEY_CURRENT_USER, u"x");
+    PointAt(dir_.path());
   }
   std::string UserDb() const { return (dir_.path() / "user.db").string(); }
 
@@ -60,56 +91,51 @@ class Registry : public ::testing::Test {
 
 TEST_F(Registry, ValuesKeepTypeAndBytesAndNamesIgnoreCase) {
   HKEY key = Create(u"Software\\Ostrand\\App\\");
-  const BYTE blob[] = {0, 1, 2, 0xFF};
   const char16_t multi[] = u"a\0bc\0";
-  ASSERT_EQ(RegSetValueExW(key, u"Blob", 0, REG_BINARY, blob, 4), ERROR_SUCCESS);
-  ASSERT_EQ(RegSetValueExW(key, nullptr, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(multi), 12), ERROR_SUCCESS);
-  ASSERT_EQ(RegSetValueExW(key, u"Empty", 0, 0x1234, nullptr, 0), ERROR_SUCCESS);
+  ASSERT_EQ(Set(key, u"Blob", REG_BINARY, "\0\1\xFF", 3), ERROR_SUCCESS);
+  ASSERT_EQ(Set(key, nullptr, REG_MULTI_SZ, multi, 12), ERROR_SUCCESS);
+  ASSERT_EQ(Set(key, u"Empty", 0x1234, nullptr, 0), ERROR_SUCCESS);
   SetDword(key, u"BLOB", 7);  // replaces "Blob", type and all
   RegCloseKey(key);
 
-  HKEY again = nullptr;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"SOFTWARE\\ostrand\\APP", 0, KEY_READ, &again), ERROR_SUCCESS);
+  ASSERT_EQ(Open(HKEY_CURRENT_USER, u"SOFTWARE\\ostrand\\APP", KEY_READ, &key), ERROR_SUCCESS);
   DWORD type = 0, value = 0, size = 4;
-  EXPECT_EQ(RegQueryValueExW(again, u"blob", nullptr, &type, reinterpret_cast<BYTE*>(&value), &size), ERROR_SUCCESS);
-  EXPECT_EQ(type, REG_DWORD);
-  EXPECT_EQ(value, 7u);
+  EXPECT_EQ(Query(key, u"blob", &value, &size, &type), ERROR_SUCCESS);
+  EXPECT_EQ(std::make_pair(type, value), std::make_pair(REG_DWORD, 7u));
   char16_t got[8] = {};
   size = sizeof got;
-  EXPECT_EQ(RegQueryValueExW(again, u"", nullptr, &type, reinterpret_cast<BYTE*>(got), &size), ERROR_SUCCESS);
+  EXPECT_EQ(Query(key, u"", got, &size, &type), ERROR_SUCCESS);
   EXPECT_EQ(type, REG_MULTI_SZ);
   EXPECT_EQ(std::u16string(got, size / 2), std::u16string(multi, 6));
-  EXPECT_EQ(RegQueryValueExW(again, u"empty", nullptr, &type, nullptr, &size), ERROR_SUCCESS);
-  EXPECT_EQ(type, 0x1234u);
-  EXPECT_EQ(size, 0u);
-  RegCloseKey(again);
+  EXPECT_EQ(Query(key, u"empty", nullptr, &size, &type), ERROR_SUCCESS);
+  EXPECT_EQ(std::make_pair(type, size), std::make_pair(0x1234u, 0u));
+  RegCloseKey(key);
 }
 
 TEST_F(Registry, SubKeysAndValuesComeInCaseInsensitiveNameOrder) {
   HKEY key = Create(u"Order");
-  for (const char16_t* name : {u"Path 2", u"b", u"path 12", u"\u00C4b", u"Path 1", u"\u00E4A", u"a"}) {
+  for (const char16_t* name :
+       {u"Path 2", u"b", u"path 12", u"\u00C4b", u"Path 1", u"\u00E4A", u"a"}) {
     RegCloseKey(Create((std::u16string(u"Order\\") + name).c_str()));
     SetDword(key, name, 1);
   }
   DWORD disposition = 0;
   HKEY same = nullptr;
-  ASSERT_EQ(RegCreateKeyExW(key, u"PATH 2", 0, nullptr, 0, KEY_READ, nullptr, &same, &disposition), ERROR_SUCCESS);
+  ASSERT_EQ(RegCreateKeyExW(key, u"PATH 2", 0, nullptr, 0, KEY_READ, nullptr, &same, &disposition),
+            ERROR_SUCCESS);
   EXPECT_EQ(disposition, static_cast<DWORD>(REG_OPENED_EXISTING_KEY));
   RegCloseKey(same);
-  const std::vector<std::u16string> expected = {u"a", u"b", u"Path 1", u"path 12", u"Path 2", u"\u00E4A", u"\u00C4b"};
+  const std::vector<std::u16string> expected = {u"a",      u"b",       u"Path 1", u"path 12",
+                                                u"Path 2", u"\u00E4A", u"\u00C4b"};
   EXPECT_EQ(SubKeys(key), expected);
   std::vector<std::u16string> values;
   WCHAR name[32];
-  DWORD chars = 32;
-  for (DWORD i = 0; RegEnumValueW(key, i, name, &chars, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS; ++i, chars = 32)
-    values.emplace_back(name, chars);
+  for (DWORD i = 0, n = 32;
+       RegEnumValueW(key, i, name, &n, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+       ++i, n = 32)
+    values.emplace_back(name, n);
   EXPECT_EQ(values, expected);
-  DWORD subKeys = 0, longest = 0, count = 0, longestValue = 0;
-  EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subKeys, &longest, nullptr, &count, nullptr, &longestValue, nullptr, nullptr), ERROR_SUCCESS);
-  EXPECT_EQ(subKeys, 7u);
-  EXPECT_EQ(longest, 7u);
-  EXPECT_EQ(count, 7u);
-  EXPECT_EQ(longestValue, 4u);
+  EXPECT_EQ(Info(key), (std::vector<DWORD>{7, 7, 7, 4}));
   RegCloseKey(key);
 }
 
@@ -117,72 +143,79 @@ TEST_F(Registry, TreeDeleteTakesEverythingBelow) {
   RegCloseKey(Create(u"T\\a\\b\\c"));
   HKEY t = Create(u"T");
   SetDword(t, u"own", 1);
-  EXPECT_EQ(RegDeleteKeyW(t, u"a"), static_cast<LSTATUS>(ERROR_ACCESS_DENIED)) << "a key with sub-keys";
+  EXPECT_EQ(RegDeleteKeyW(t, u"a"), static_cast<LSTATUS>(ERROR_ACCESS_DENIED)) << "has sub-keys";
   EXPECT_EQ(RegDeleteTreeW(t, u"A"), ERROR_SUCCESS);
   EXPECT_TRUE(SubKeys(t).empty());
   RegCloseKey(Create(u"T\\x\\y"));
   EXPECT_EQ(RegDeleteTreeW(t, nullptr), ERROR_SUCCESS) << "the key itself stays, emptied";
-  DWORD subKeys = 1, values = 1;
-  EXPECT_EQ(RegQueryInfoKeyW(t, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr), ERROR_SUCCESS);
-  EXPECT_EQ(subKeys + values, 0u);
+  EXPECT_EQ(Info(t), (std::vector<DWORD>{0, 0, 0, 0}));
   RegCloseKey(t);
 }
 
-// Each row arranges a key "K" with value "v" (4 bytes) and sub-key "K\s",
-// then makes one call whose status is checked.
+// Each row finds a key "K" with the value "v" (4 bytes) and the sub-key
+// "K\s", open as `k`, and makes the call whose status is checked; `size` is
+// the size it must have written back, if any.
 struct StatusCase {
   const char* what;
   std::function<LSTATUS(HKEY k)> call;
   LSTATUS expected;
+  DWORD size = 0;
 };
 
 TEST_F(Registry, EveryFailureHasItsStatus) {
-  const auto open = [](HKEY root, const char16_t* path, REGSAM sam) {
-    HKEY h = nullptr;
-    const LSTATUS s = RegOpenKeyExW(root, path, 0, sam, &h);
-    RegCloseKey(h);
-    return s;
+  HKEY h = nullptr;
+  BYTE b[4];
+  WCHAR c[8];
+  DWORD n = 0;
+  const auto gone = [](HKEY k) { return RegDeleteTreeW(HKEY_CURRENT_USER, u"K"), k; };
+  const auto readOnly = [&] { return Open(HKEY_CURRENT_USER, u"K", KEY_READ, &h), h; };
+  const auto closed = [](HKEY k) { return RegCloseKey(k), k; };
+  const auto fileReplaced = [&](HKEY k) {
+    for (const char* tail : {"", "-wal", "-shm"}) fs::remove(UserDb() + tail);
+    RegCloseKey(Create(u"K"));  // a new file serves the path, with the same row numbers
+    return k;
   };
+  const HKEY lm = HKEY_LOCAL_MACHINE, cu = HKEY_CURRENT_USER;
+  // clang-format off
   const StatusCase cases[] = {
-      {"missing key", [&](HKEY) { return open(HKEY_CURRENT_USER, u"K\\none", KEY_READ); }, ERROR_FILE_NOT_FOUND},
-      {"missing value", [](HKEY k) { return RegQueryValueExW(k, u"w", nullptr, nullptr, nullptr, nullptr); }, ERROR_FILE_NOT_FOUND},
-      {"delete missing value", [](HKEY k) { return RegDeleteValueW(k, u"w"); }, ERROR_FILE_NOT_FOUND},
-      {"small data buffer", [](HKEY k) { BYTE b[2]; DWORD n = 2; const LSTATUS s = RegQueryValueExW(k, u"v", nullptr, nullptr, b, &n); return n == 4 ? s : -1; }, ERROR_MORE_DATA},
-      {"size asked with null data", [](HKEY k) { DWORD n = 0; const LSTATUS s = RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, &n); return n == 4 ? s : -1; }, ERROR_SUCCESS},
-      {"small name buffer", [](HKEY k) { WCHAR b[1]; DWORD n = 1; const LSTATUS s = RegEnumKeyExW(k, 0, b, &n, nullptr, nullptr, nullptr, nullptr); return n == 2 ? s : -1; }, ERROR_MORE_DATA},
-      {"index past the end", [](HKEY k) { WCHAR b[8]; return RegEnumKeyW(k, 1, b, 8); }, ERROR_NO_MORE_ITEMS},
-      {"machine opened for write", [&](HKEY) { return open(HKEY_LOCAL_MACHINE, u"Software", KEY_WRITE); }, ERROR_ACCESS_DENIED},
-      {"machine key created", [](HKEY) { HKEY h; return RegCreateKeyW(HKEY_LOCAL_MACHINE, u"x", &h); }, ERROR_ACCESS_DENIED},
-      {"write through a read handle", [](HKEY) { HKEY h = nullptr; RegOpenKeyExW(HKEY_CURRENT_USER, u"K", 0, KEY_READ, &h); const LSTATUS s = RegSetValueExW(h, u"v", 0, REG_NONE, nullptr, 0); RegCloseKey(h); return s; }, ERROR_ACCESS_DENIED},
-      {"hive root deleted", [](HKEY) { return RegDeleteKeyW(HKEY_CURRENT_USER, nullptr); }, ERROR_ACCESS_DENIED},
-      {"query after delete", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_KEY_DELETED},
-      {"write after delete", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); return RegSetValueExW(k, u"v", 0, REG_NONE, nullptr, 0); }, ERROR_KEY_DELETED},
-      {"create below a deleted key", [](HKEY k) { RegDeleteTreeW(HKEY_CURRENT_USER, u"K"); HKEY h; return RegCreateKeyW(k, u"s", &h); }, ERROR_KEY_DELETED},
-      {"store file removed meanwhile", [&](HKEY k) {
-         for (const char* tail : {"", "-wal", "-shm"}) fs::remove(UserDb() + tail);
-         RegCloseKey(Create(u"K"));  // a new store serves the path
-         return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_KEY_DELETED},
-      {"closed handle", [](HKEY k) { RegCloseKey(k); return RegQueryValueExW(k, u"v", nullptr, nullptr, nullptr, nullptr); }, ERROR_INVALID_HANDLE},
-      {"root of no store", [](HKEY) { HKEY h; return RegOpenKeyW(HKEY_CLASSES_ROOT, u"x", &h); }, ERROR_INVALID_HANDLE},
-      {"data without a size", [](HKEY k) { BYTE b[4]; return RegQueryValueExW(k, u"v", nullptr, nullptr, b, nullptr); }, ERROR_INVALID_PARAMETER},
-      {"empty part in a path", [&](HKEY) { return open(HKEY_CURRENT_USER, u"K\\\\s", KEY_READ); }, ERROR_BAD_PATHNAME},
+      {"missing key", [&](HKEY) { return Open(cu, u"K\\none"); }, ERROR_FILE_NOT_FOUND},
+      {"missing value", [&](HKEY k) { return Query(k, u"w"); }, ERROR_FILE_NOT_FOUND},
+      {"missing value deleted", [&](HKEY k) { return RegDeleteValueW(k, u"w"); }, ERROR_FILE_NOT_FOUND},
+      {"small data buffer", [&](HKEY k) { return Query(k, u"v", b, &(n = 2)); }, ERROR_MORE_DATA, 4},
+      {"size asked", [&](HKEY k) { return Query(k, u"v", nullptr, &(n = 0)); }, ERROR_SUCCESS, 4},
+      {"small name buffer", [&](HKEY k) { return RegEnumKeyExW(k, 0, c, &(n = 1), 0, 0, 0, 0); },
+       ERROR_MORE_DATA, 2},
+      {"index past the end", [&](HKEY k) { return RegEnumKeyW(k, 1, c, 8); }, ERROR_NO_MORE_ITEMS},
+      {"machine opened to write", [&](HKEY) { return Open(lm, u"Software", KEY_WRITE); }, ERROR_ACCESS_DENIED},
+      {"machine key created", [&](HKEY) { return RegCreateKeyW(lm, u"x", &h); }, ERROR_ACCESS_DENIED},
+      {"write through a read handle", [&](HKEY) { return Set(readOnly(), u"v", 0, b, 0); }, ERROR_ACCESS_DENIED},
+      {"hive root deleted", [&](HKEY) { return RegDeleteKeyW(cu, nullptr); }, ERROR_ACCESS_DENIED},
+      {"read after delete", [&](HKEY k) { return Query(gone(k), u"v"); }, ERROR_KEY_DELETED},
+      {"write after delete", [&](HKEY k) { return Set(gone(k), u"v", 0, b, 0); }, ERROR_KEY_DELETED},
+      {"create below deleted", [&](HKEY k) { return RegCreateKeyW(gone(k), u"s", &h); }, ERROR_KEY_DELETED},
+      {"store file replaced", [&](HKEY k) { return Query(fileReplaced(k), u"v"); }, ERROR_KEY_DELETED},
+      {"closed handle", [&](HKEY k) { return Query(closed(k), u"v"); }, ERROR_INVALID_HANDLE},
+      {"root of no store", [&](HKEY) { return Open(HKEY_CLASSES_ROOT, u"x"); }, ERROR_INVALID_HANDLE},
+      {"data without a size", [&](HKEY k) { return Query(k, u"v", b, nullptr); }, ERROR_INVALID_PARAMETER},
+      {"empty part in a path", [&](HKEY) { return Open(cu, u"K\\\\s"); }, ERROR_BAD_PATHNAME},
   };
-  for (const StatusCase& c : cases) {
-    HKEY k = Create(u"K\\s");
-    RegCloseKey(k);
-    k = Create(u"K");
+  // clang-format on
+  for (const StatusCase& row : cases) {
+    RegCloseKey(Create(u"K\\s"));
+    HKEY k = Create(u"K");
     SetDword(k, u"v", 1);
-    EXPECT_EQ(c.call(k), c.expected) << c.what;
-    RegCloseKey(k);
-    RegDeleteTreeW(HKEY_CURRENT_USER, u"K");
+    EXPECT_EQ(row.call(k), row.expected) << row.what;
+    EXPECT_TRUE(row.size == 0 || n == row.size) << row.what << ": wrote back " << n;
+    for (HKEY open : {k, h}) RegCloseKey(open);
+    h = nullptr;
+    gone(k);
   }
 }
 
 TEST_F(Registry, StoreIsMadePrivateOnFirstWriteOnly) {
   const fs::path deep = dir_.path() / "a" / "b";
-  ASSERT_TRUE(SetEnvironmentVariableW(u"ZQ_REGISTRY_DIR", ZqUtf8ToUtf16(deep.string()).c_str()));
-  HKEY key = nullptr;
-  EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"x", 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
+  PointAt(deep);
+  EXPECT_EQ(Open(HKEY_CURRENT_USER, u"x"), ERROR_FILE_NOT_FOUND);
   EXPECT_FALSE(fs::exists(deep)) << "reading creates nothing";
   SetDword(HKEY_CURRENT_USER, u"v", 1);
   struct stat folder, file;
@@ -194,62 +227,64 @@ TEST_F(Registry, StoreIsMadePrivateOnFirstWriteOnly) {
 
 TEST_F(Registry, MachineHiveIsReadOnlyUnlessAllowed) {
   DWORD value = 0, size = 4;
-  EXPECT_EQ(RegQueryValueExW(HKEY_LOCAL_MACHINE, u"v", nullptr, nullptr, nullptr, &size), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(Query(HKEY_LOCAL_MACHINE, u"v"), ERROR_FILE_NOT_FOUND);
   EXPECT_FALSE(ZqRegistryAllowMachineWrite(TRUE));
   RegCloseKey(Create(u"Software\\VST", HKEY_LOCAL_MACHINE));
   SetDword(HKEY_LOCAL_MACHINE, u"v", 5);
   EXPECT_TRUE(ZqRegistryAllowMachineWrite(FALSE));
-  EXPECT_EQ(RegQueryValueExW(HKEY_LOCAL_MACHINE, u"v", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_SUCCESS);
+  EXPECT_EQ(Query(HKEY_LOCAL_MACHINE, u"v", &value, &size), ERROR_SUCCESS);
   EXPECT_EQ(value, 5u);
-  EXPECT_EQ(RegSetValueExW(HKEY_LOCAL_MACHINE, u"v", 0, REG_NONE, nullptr, 0), static_cast<LSTATUS>(ERROR_ACCESS_DENIED));
-  EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, u"Software"), static_cast<LSTATUS>(ERROR_ACCESS_DENIED));
+  EXPECT_EQ(Set(HKEY_LOCAL_MACHINE, u"v", 0, &value, 0), static_cast<LSTATUS>(ERROR_ACCESS_DENIED));
+  EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, u"Software"),
+            static_cast<LSTATUS>(ERROR_ACCESS_DENIED));
 }
 
 // A store file that cannot serve answers a clear status, names its path and
 // is left exactly as it was.
 TEST_F(Registry, DamagedStoreIsReportedAndLeftInPlace) {
-  struct Damage {
+  const auto overwrite = [this](std::streamoff at, const std::string& bytes) {
+    std::fstream(UserDb(), std::ios::in | std::ios::out | std::ios::binary).seekp(at) << bytes;
+  };
+  const struct {
     const char* what;
-    std::function<void(const std::string&)> make;
+    std::function<void()> make;
     LSTATUS expected;
-  };
-  const Damage damages[] = {
-      {"not a database", [](const std::string& p) { std::ofstream(p) << std::string(5000, 'x'); }, ERROR_BADDB},
-      {"another program's database", [this](const std::string& p) {
+  } damages[] = {
+      {"not a database", [&] { std::ofstream(UserDb()) << std::string(5000, 'x'); }, ERROR_BADDB},
+      {"another program's database",
+       [&] {
          SetDword(HKEY_CURRENT_USER, u"v", 1);
-         LetGo(p);
-         std::fstream f(p, std::ios::in | std::ios::out | std::ios::binary);
-         f.seekp(68);  // the application's identifier in the header
-         f << "XXXX";
-       }, ERROR_BADDB},
-      {"a folder in its place", [](const std::string& p) { fs::create_directory(p); }, ERROR_CANTOPEN},
-      {"pages overwritten", [this](const std::string& p) {
+         LetGo();
+         overwrite(68, "XXXX");  // the application's identifier in the header
+       },
+       ERROR_BADDB},
+      {"a folder in its place", [&] { fs::create_directory(UserDb()); }, ERROR_CANTOPEN},
+      {"pages overwritten",
+       [&] {
          HKEY k = Create(u"K");
-         for (int i = 0; i < 200; ++i) SetDword(k, ZqUtf8ToUtf16("value " + std::to_string(i)).c_str(), i);
+         for (int i = 0; i < 200; ++i) SetDword(k, Wide("value " + std::to_string(i)).c_str(), i);
          RegCloseKey(k);
-         LetGo(p);
+         LetGo();
          // Every page but the first (the header and the table of tables).
-         std::fstream f(p, std::ios::in | std::ios::out | std::ios::binary);
-         f.seekp(4096);
-         f << std::string(fs::file_size(p) - 4096, '\x5A');
-       }, ERROR_BADDB},
+         overwrite(4096, std::string(fs::file_size(UserDb()) - 4096, 'Z'));
+       },
+       ERROR_BADDB},
   };
-  for (const Damage& d : damages) {
-    SCOPED_TRACE(d.what);
-    fs::remove_all(UserDb());
-    fs::remove(UserDb() + "-wal");
-    fs::remove(UserDb() + "-shm");
-    d.make(UserDb());
-    const auto before = fs::is_directory(UserDb()) ? 0 : fs::file_size(UserDb());
+  for (const auto& damage : damages) {
+    SCOPED_TRACE(damage.what);
+    for (const char* tail : {"", "-wal", "-shm"}) fs::remove_all(UserDb() + tail);
+    damage.make();
+    const auto size = [this] { return fs::is_directory(UserDb()) ? 0 : fs::file_size(UserDb()); };
+    const auto before = size();
     HKEY key = nullptr;
-    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"K", 0, KEY_READ, &key), d.expected);
-    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, u"New", &key), d.expected);
+    EXPECT_EQ(Open(HKEY_CURRENT_USER, u"K"), damage.expected);
+    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, u"New", &key), damage.expected);
     EXPECT_EQ(key, nullptr);
     WCHAR path[512];
     DWORD chars = 512;
     ASSERT_EQ(ZqRegistryGetStorePath(HKEY_CURRENT_USER, path, &chars), ERROR_SUCCESS);
     EXPECT_EQ(ZqUtf16ToUtf8(path), UserDb());
-    EXPECT_EQ(fs::is_directory(UserDb()) ? 0 : fs::file_size(UserDb()), before);
+    EXPECT_EQ(size(), before);
   }
 }
 
@@ -259,46 +294,42 @@ TEST_F(Registry, ThreadsShareOneHandle) {
   for (DWORD t = 0; t < 4; ++t)
     threads.emplace_back([key, t] {
       for (DWORD i = 0; i < 50; ++i) {
-        const std::u16string name = ZqUtf8ToUtf16(std::to_string(t) + "/" + std::to_string(i));
+        const std::u16string name = Wide(std::to_string(t) + "/" + std::to_string(i));
         SetDword(key, name.c_str(), t * 1000 + i);
         DWORD value = 0, size = 4;
-        EXPECT_EQ(RegQueryValueExW(key, name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_SUCCESS);
+        EXPECT_EQ(Query(key, name.c_str(), &value, &size), ERROR_SUCCESS);
         EXPECT_EQ(value, t * 1000 + i);
       }
     });
   for (std::thread& t : threads) t.join();
-  DWORD values = 0;
-  EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr), ERROR_SUCCESS);
-  EXPECT_EQ(values, 200u);
+  EXPECT_EQ(Info(key)[2], 200u);
   RegCloseKey(key);
 }
 
 // ---- Several processes: the test binary runs again as a writer. ----
 
-// Value `i` of a writer is 16 KiB of the byte i, so that a torn write shows.
+// Value `i` of a writer is 16 KiB of one letter, so that a torn write shows.
 std::string Payload(int i) { return std::string(16384, static_cast<char>('A' + i % 26)); }
 
-// Run only as a child: writes keys "Shared\<tag> <i>" with value "data", and
-// after each committed write sends i on descriptor 3 when it is open.
+// Runs only as a child, with ZQ_REGISTRY_WRITER "<tag>:<count>": writes the
+// keys "Shared\<tag> <i>" with the value "data", and after each committed
+// write sends i on descriptor 3 (when it is open).
 TEST(RegistryChild, Writer) {
   const char* role = std::getenv("ZQ_REGISTRY_WRITER");
   if (role == nullptr) GTEST_SKIP() << "runs only as a child of the tests below";
-  // "<tag>:<count>"
-  const std::string tag(role, 1);
-  const int count = std::atoi(role + 2);
-  for (int i = 0; i < count; ++i) {
+  for (int i = 0; i < std::atoi(role + 2); ++i) {
     HKEY key = nullptr;
-    const std::u16string path = ZqUtf8ToUtf16("Shared\\" + tag + " " + std::to_string(i));
+    const std::u16string path = Wide("Shared\\" + std::string(role, 1) + " " + std::to_string(i));
     ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, path.c_str(), &key), ERROR_SUCCESS);
     const std::string data = Payload(i);
-    ASSERT_EQ(RegSetValueExW(key, u"data", 0, REG_BINARY, reinterpret_cast<const BYTE*>(data.data()), static_cast<DWORD>(data.size())), ERROR_SUCCESS);
+    ASSERT_EQ(Set(key, u"data", REG_BINARY, data.data(), data.size()), ERROR_SUCCESS);
     RegCloseKey(key);
     ZqSocketSend(3, &i, sizeof i, nullptr, 0);
   }
 }
 
-HANDLE StartWriter(const char* tag, int socket) {
-  SetEnvironmentVariableW(u"ZQ_REGISTRY_WRITER", ZqUtf8ToUtf16(tag).c_str());
+HANDLE StartWriter(const char* role, int socket) {
+  SetEnvironmentVariableW(u"ZQ_REGISTRY_WRITER", Wide(role).c_str());
   const std::string exe = ZqUtf16ToUtf8(ZqGetExecutablePath());
   const char* argv[] = {exe.c_str(), "--gtest_filter=RegistryChild.Writer", nullptr};
   const ZqSpawnDescriptor fds[] = {{socket, 3}};
@@ -308,21 +339,20 @@ HANDLE StartWriter(const char* tag, int socket) {
   return process;
 }
 
-// Every key under "Shared" holds its whole value; answers the set of names.
+// Checks that every key under "Shared" holds its whole value; answers their
+// names.
 std::set<std::u16string> CheckShared() {
   std::set<std::u16string> names;
-  HKEY shared = nullptr;
-  if (RegOpenKeyExW(HKEY_CURRENT_USER, u"Shared", 0, KEY_READ, &shared) != ERROR_SUCCESS) return names;
+  HKEY shared = nullptr, key = nullptr;
+  if (Open(HKEY_CURRENT_USER, u"Shared", KEY_READ, &shared) != ERROR_SUCCESS) return names;
   WCHAR name[64];
   for (DWORD i = 0; RegEnumKeyW(shared, i, name, 64) == ERROR_SUCCESS; ++i) {
-    HKEY key = nullptr;
-    EXPECT_EQ(RegOpenKeyExW(shared, name, 0, KEY_READ, &key), ERROR_SUCCESS);
+    EXPECT_EQ(Open(shared, name, KEY_READ, &key), ERROR_SUCCESS);
     std::string data(20000, '\0');
     DWORD size = 20000;
-    if (RegQueryValueExW(key, u"data", nullptr, nullptr, reinterpret_cast<BYTE*>(data.data()), &size) == ERROR_SUCCESS) {
+    if (Query(key, u"data", data.data(), &size) == ERROR_SUCCESS) {
       data.resize(size);
-      const int index = std::stoi(ZqUtf16ToUtf8(name).substr(2));
-      EXPECT_EQ(data, Payload(index)) << ZqUtf16ToUtf8(name);
+      EXPECT_EQ(data, Payload(std::stoi(ZqUtf16ToUtf8(name).substr(2)))) << ZqUtf16ToUtf8(name);
       names.insert(name);
     }
     RegCloseKey(key);
@@ -332,13 +362,11 @@ std::set<std::u16string> CheckShared() {
 }
 
 TEST_F(Registry, TwoProcessesWriteAtOnce) {
-  HANDLE a = StartWriter("a:150", -1);
-  HANDLE b = StartWriter("b:150", -1);
-  for (HANDLE p : {a, b}) {
+  for (HANDLE p : {StartWriter("a:150", -1), StartWriter("b:150", -1)}) {
     ASSERT_EQ(WaitForSingleObject(p, 60000), WAIT_OBJECT_0);
     DWORD code = 1;
     GetExitCodeProcess(p, &code);
-    EXPECT_EQ(code, 0u) << "a writer failed (a busy store would)";
+    EXPECT_EQ(code, 0u) << "a writer failed (as it would on a busy store)";
     CloseHandle(p);
   }
   EXPECT_EQ(CheckShared().size(), 300u);
@@ -350,16 +378,17 @@ TEST_F(Registry, KilledWriterLosesNoCommittedWrite) {
   HANDLE writer = StartWriter("k:5000", pair[1]);
   ZqCloseDescriptor(pair[1]);
   int committed = -1;
-  for (int i = 0; i < 40; ++i) ASSERT_EQ(ZqSocketReceive(pair[0], &committed, sizeof committed, nullptr, nullptr, 30000), 4);
-  TerminateProcess(writer, 9);
+  for (int i = 0; i < 40; ++i)
+    ASSERT_EQ(ZqSocketReceive(pair[0], &committed, sizeof committed, nullptr, nullptr, 30000), 4);
+  TerminateProcess(writer, 9);  // in the middle of its writes
   WaitForSingleObject(writer, 30000);
   CloseHandle(writer);
-  // Writes acknowledged before the kill may be followed by more.
-  while (ZqSocketReceive(pair[0], &committed, sizeof committed, nullptr, nullptr, 0) == 4) {}
+  while (ZqSocketReceive(pair[0], &committed, sizeof committed, nullptr, nullptr, 0) == 4) {
+  }
   ZqCloseDescriptor(pair[0]);
   const std::set<std::u16string> names = CheckShared();
   for (int i = 0; i <= committed; ++i)
-    EXPECT_TRUE(names.count(ZqUtf8ToUtf16("k " + std::to_string(i)))) << "lost write " << i;
+    EXPECT_TRUE(names.count(Wide("k " + std::to_string(i)))) << "lost write " << i;
 }
 
 }  // namespace
