@@ -91,6 +91,9 @@ constexpr ZqStatusTextRow kPlatformRows[] = {
     {0x800700C1, "The file is not a valid application for this machine."},  // HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT)
     {0x800700EA, "More data is available."},  // HRESULT_FROM_WIN32(ERROR_MORE_DATA)
     {0x80070103, "No more data is available."},  // HRESULT_FROM_WIN32(ERROR_NO_MORE_ITEMS)
+    {0x800703F1, "The configuration registry database is corrupt."},  // HRESULT_FROM_WIN32(ERROR_BADDB)
+    {0x800703F3, "The configuration registry key could not be opened."},  // HRESULT_FROM_WIN32(ERROR_CANTOPEN)
+    {0x800703FA, "Illegal operation attempted on a registry key that has been marked for deletion."},  // HRESULT_FROM_WIN32(ERROR_KEY_DELETED)
     {0x800705B4, "This operation returned because the timeout period expired."},  // HRESULT_FROM_WIN32(ERROR_TIMEOUT)
     {0x800706BA, "The RPC server is unavailable."},  // ZQ_E_RPC_CALL_FAILED
     {0x80080005, "Server execution failed"},  // CO_E_SERVER_EXEC_FAILURE
