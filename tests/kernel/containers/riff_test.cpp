@@ -56,84 +56,20 @@ Bytes Sample() {
                Chunk("data", {9, 8, 7, 6})});
 }
 
-// The two families over bytes, so that every walk is tried on a file handle
-// and on memory with the same expectations.
-struct OnDisk {
-  static constexpr auto ReadFileID = riff_ReadFileID;
-  static constexpr auto ReadData = riff_ReadData;
-  static constexpr auto ReadDataBounded = riff_ReadDataBounded;
-  static constexpr auto FindChunkHeader = riff_FindChunkHeader;
-  static constexpr auto FindChunkHeaderInRIFF = riff_FindChunkHeaderInRIFF;
-  static constexpr auto FindListChunkFromStart = riff_FindListChunkFromStart;
-  static constexpr auto GetNumListEntries = riff_GetNumListEntries;
-  static constexpr auto SeekListEntry = riff_SeekListEntry;
-  static constexpr auto DeleteChunk = riff_DeleteChunk;
-  static constexpr auto UpdateRIFFSize = riff_UpdateRIFFSize;
-  static constexpr auto GetFileSize = riff_GetFileSize;
-  static constexpr auto RestoreLocation = riff_RestoreLocation;
-  static constexpr auto SaveLocation = riff_SaveLocation;
-  static constexpr auto WriteChunk = riff_WriteChunk;
-  static constexpr auto ReadANSIString = riff_ReadANSIString;
-  static constexpr auto WriteANSIString = riff_WriteANSIString;
-
-  zqtest::TestFolder folder{"riff"};
-  HANDLE file = INVALID_HANDLE_VALUE;
-  explicit OnDisk(const Bytes& bytes, size_t = 0) {
-    const std::u16string path = ZqUtf8ToUtf16((folder.path() / "f.riff").string());
-    file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD n = 0;
-    EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &n, nullptr));
-    SetFilePointer(file, 0, nullptr, FILE_BEGIN);
-  }
-  ~OnDisk() { CloseHandle(file); }
-  HANDLE h() { return file; }
-  DWORD Tell() { return SetFilePointer(file, 0, nullptr, FILE_CURRENT); }
-  Bytes Contents() {
-    const DWORD back = Tell();
-    Bytes b(::GetFileSize(file, nullptr));
-    DWORD n = 0;
-    SetFilePointer(file, 0, nullptr, FILE_BEGIN);
-    EXPECT_TRUE(ReadFile(file, b.data(), static_cast<DWORD>(b.size()), &n, nullptr));
-    SetFilePointer(file, static_cast<LONG>(back), nullptr, FILE_BEGIN);
-    return b;
-  }
-};
-
-struct InMemory {
-  static constexpr auto ReadFileID = mriff_ReadFileID;
-  static constexpr auto ReadData = mriff_ReadData;
-  static constexpr auto ReadDataBounded = mriff_ReadDataBounded;
-  static constexpr auto FindChunkHeader = mriff_FindChunkHeader;
-  static constexpr auto FindChunkHeaderInRIFF = mriff_FindChunkHeaderInRIFF;
-  static constexpr auto FindListChunkFromStart = mriff_FindListChunkFromStart;
-  static constexpr auto GetNumListEntries = mriff_GetNumListEntries;
-  static constexpr auto SeekListEntry = mriff_SeekListEntry;
-  static constexpr auto DeleteChunk = mriff_DeleteChunk;
-  static constexpr auto UpdateRIFFSize = mriff_UpdateRIFFSize;
-  static constexpr auto GetFileSize = mriff_GetFileSize;
-  static constexpr auto RestoreLocation = mriff_RestoreLocation;
-  static constexpr auto SaveLocation = mriff_SaveLocation;
-  static constexpr auto WriteChunk = mriff_WriteChunk;
-  static constexpr auto ReadANSIString = mriff_ReadANSIString;
-  static constexpr auto WriteANSIString = mriff_WriteANSIString;
-
+// A chunked file in memory with room to grow; the file family shares the
+// walks and is tried on its own where the file layer matters.
+struct Mem {
   Bytes block;
   tZQMRIFF r{};
-  explicit InMemory(const Bytes& bytes, size_t extraRoom = 64) : block(bytes) {
-    block.resize(bytes.size() + extraRoom, 0xEE);
+  explicit Mem(const Bytes& bytes) : block(bytes) {
+    block.resize(bytes.size() + 64, 0xEE);
     EXPECT_EQ(mriff_Init(&r, block.data(), static_cast<DWORD>(bytes.size()), static_cast<DWORD>(block.size())), S_OK);
   }
-  tZQMRIFF* h() { return &r; }
   DWORD Tell() { return mriff_GetFilePointer(&r); }
-  Bytes Contents() { return Bytes(block.begin(), block.begin() + r.size); }
+  Bytes Contents() const { return Bytes(block.begin(), block.begin() + r.size); }
 };
 
-template <class F>
-class RiffWalk : public ::testing::Test {};
-using Families = ::testing::Types<OnDisk, InMemory>;
-TYPED_TEST_SUITE(RiffWalk, Families);
-
-TYPED_TEST(RiffWalk, FindChunkHeaderHonoursItsBoundAndEndsOnDamagedSizes) {
+TEST(RiffWalk, FindChunkHeaderHonoursItsBoundAndEndsOnDamagedSizes) {
   struct Case {
     const char* what;
     Bytes bytes;
@@ -154,9 +90,9 @@ TYPED_TEST(RiffWalk, FindChunkHeaderHonoursItsBoundAndEndsOnDamagedSizes) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    TypeParam f(c.bytes);
+    Mem f(c.bytes);
     DWORD size = 0, left = c.remaining < 0 ? 0 : static_cast<DWORD>(c.remaining);
-    EXPECT_EQ(TypeParam::FindChunkHeader(f.h(), Fcc(c.id), &size, c.remaining < 0 ? nullptr : &left), c.status);
+    EXPECT_EQ(mriff_FindChunkHeader(&f.r, Fcc(c.id), &size, c.remaining < 0 ? nullptr : &left), c.status);
     EXPECT_EQ(size, c.size);
     EXPECT_EQ(left, c.left);
     if (c.status == S_OK || c.status == ZQ_E_NOT_FOUND) {
@@ -165,63 +101,63 @@ TYPED_TEST(RiffWalk, FindChunkHeaderHonoursItsBoundAndEndsOnDamagedSizes) {
   }
 }
 
-TYPED_TEST(RiffWalk, ListsAreFoundCountedAndSkippedWithinTheForm) {
+TEST(RiffWalk, ListsAreFoundCountedAndSkippedWithinTheForm) {
   const Bytes lists = Form({Typed("LIST", "adtl", {Chunk("note", {1})}), Chunk("fmt ", {1, 2, 3, 4}),
                             Typed("LIST", "INFO", {Chunk("INAM", {'a'}), Chunk("ICOP", {'b', 'c'})})});
-  TypeParam f(lists);
+  Mem f(lists);
   DWORD size = 0;
-  ASSERT_EQ(TypeParam::FindListChunkFromStart(f.h(), ZqRiffId("INFO"), &size), S_OK);
+  ASSERT_EQ(mriff_FindListChunkFromStart(&f.r, ZqRiffId("INFO"), &size), S_OK);
   EXPECT_EQ(size, 20u) << "the list's size less its type";
   EXPECT_EQ(f.Tell(), 58u) << "on the first child";
   DWORD count = 0, left = size;
-  EXPECT_EQ(TypeParam::GetNumListEntries(f.h(), &count, &left), S_OK);
+  EXPECT_EQ(mriff_GetNumListEntries(&f.r, &count, &left), S_OK);
   EXPECT_EQ(count, 2u);
   EXPECT_EQ(left, size) << "counting only looks";
   EXPECT_EQ(f.Tell(), 58u) << "and puts the position back";
-  EXPECT_EQ(TypeParam::SeekListEntry(f.h(), 1, &left), S_OK);
+  EXPECT_EQ(mriff_SeekListEntry(&f.r, 1, &left), S_OK);
   EXPECT_EQ(f.Tell(), 68u);
   EXPECT_EQ(left, 10u);
-  EXPECT_EQ(TypeParam::SeekListEntry(f.h(), 2, &left), ZQ_E_NOT_FOUND);
+  EXPECT_EQ(mriff_SeekListEntry(&f.r, 2, &left), ZQ_E_NOT_FOUND);
 
   // Unbounded, the count stands but the walk can end only in a failed read.
-  TypeParam::RestoreLocation(f.h(), 58);
-  EXPECT_EQ(TypeParam::GetNumListEntries(f.h(), &count, nullptr), ZQ_E_READ_FILE);
+  mriff_RestoreLocation(&f.r, 58);
+  EXPECT_EQ(mriff_GetNumListEntries(&f.r, &count, nullptr), ZQ_E_READ_FILE);
   EXPECT_EQ(count, 2u);
-  EXPECT_EQ(TypeParam::FindListChunkFromStart(f.h(), ZqRiffId("exif"), &size), ZQ_E_NOT_FOUND);
+  EXPECT_EQ(mriff_FindListChunkFromStart(&f.r, ZqRiffId("exif"), &size), ZQ_E_NOT_FOUND);
 }
 
-TYPED_TEST(RiffWalk, SelfOverlappingListsEndTheWalk) {
+TEST(RiffWalk, SelfOverlappingListsEndTheWalk) {
   // A list whose size does not even hold its type, and one whose size points
   // back into itself: the walk steps over both and ends at the data's end.
   const Bytes bad = Form({Typed("LIST", "adtl", {}, 0), Typed("LIST", "INFO", {Chunk("INAM", {})}, 2)});
-  TypeParam f(bad);
+  Mem f(bad);
   DWORD size = 0;
-  EXPECT_EQ(TypeParam::FindListChunkFromStart(f.h(), ZqRiffId("exif"), &size), ZQ_E_NOT_FOUND);
-  TypeParam::RestoreLocation(f.h(), 12);
-  EXPECT_EQ(TypeParam::FindChunkHeader(f.h(), ZqRiffId("zzzz"), &size, nullptr), ZQ_E_READ_FILE);
+  EXPECT_EQ(mriff_FindListChunkFromStart(&f.r, ZqRiffId("exif"), &size), ZQ_E_NOT_FOUND);
+  mriff_RestoreLocation(&f.r, 12);
+  EXPECT_EQ(mriff_FindChunkHeader(&f.r, ZqRiffId("zzzz"), &size, nullptr), ZQ_E_READ_FILE);
 }
 
-TYPED_TEST(RiffWalk, ReadsStepOverThePadTheirRoomAsks) {
+TEST(RiffWalk, ReadsStepOverThePadTheirRoomAsks) {
   struct Case {
     DWORD chunk, room, got, position;
   };
   const Case cases[] = {{3, 3, 3, 4}, {5, 4, 4, 5}, {5, 5, 5, 6}, {4, 2, 2, 4}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "chunk " << c.chunk << " room " << c.room);
-    TypeParam f(Bytes{1, 2, 3, 4, 5, 6, 7, 8});
+    Mem f(Bytes{1, 2, 3, 4, 5, 6, 7, 8});
     BYTE buffer[8] = {};
-    EXPECT_EQ(TypeParam::ReadDataBounded(f.h(), buffer, c.chunk, c.room), S_OK);
+    EXPECT_EQ(mriff_ReadDataBounded(&f.r, buffer, c.chunk, c.room), S_OK);
     EXPECT_EQ(buffer[c.got - 1], c.got);
     EXPECT_EQ(buffer[c.got], 0) << "no more than the room";
     EXPECT_EQ(f.Tell(), c.position);
   }
-  TypeParam f(Bytes{1, 2, 3});
+  Mem f(Bytes{1, 2, 3});
   BYTE buffer[8];
-  EXPECT_EQ(TypeParam::ReadData(f.h(), buffer, 3), S_OK) << "a missing final pad is no read";
-  EXPECT_EQ(TypeParam::ReadData(f.h(), buffer, 1), ZQ_E_READ_FILE);
+  EXPECT_EQ(mriff_ReadData(&f.r, buffer, 3), S_OK) << "a missing final pad is no read";
+  EXPECT_EQ(mriff_ReadData(&f.r, buffer, 1), ZQ_E_READ_FILE);
 }
 
-TYPED_TEST(RiffWalk, DeleteMovesTheTailAndLowersTheRiffSize) {
+TEST(RiffWalk, DeleteMovesTheTailAndLowersTheRiffSize) {
   struct Case {
     const char* id;
     BOOL list;
@@ -232,9 +168,9 @@ TYPED_TEST(RiffWalk, DeleteMovesTheTailAndLowersTheRiffSize) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.id);
     const Bytes before = Sample();
-    TypeParam f(before);
+    Mem f(before);
     DWORD removed = 0;
-    ASSERT_EQ(TypeParam::DeleteChunk(f.h(), Fcc(c.id), &removed, c.list), S_OK);
+    ASSERT_EQ(mriff_DeleteChunk(&f.r, Fcc(c.id), &removed, c.list), S_OK);
     EXPECT_EQ(removed, c.removed);
     Bytes expected = before;
     expected.erase(expected.begin() + static_cast<long>(c.at), expected.begin() + static_cast<long>(c.at + c.removed));
@@ -244,22 +180,22 @@ TYPED_TEST(RiffWalk, DeleteMovesTheTailAndLowersTheRiffSize) {
   }
 }
 
-TYPED_TEST(RiffWalk, ChunksThatLieAboutTheirSizeAreNotDeleted) {
+TEST(RiffWalk, ChunksThatLieAboutTheirSizeAreNotDeleted) {
   const Bytes cases[] = {
       Form({Chunk("fmt ", {1, 2}), Chunk("data", {1, 2}, 400)}),          // past the file
       Form({Chunk("fmt ", {1, 2}), Chunk("data", {1, 2})}, 22) + Bytes(8),  // past the form
   };
   const HRESULT statuses[] = {ZQ_E_READ_FILE, ZQ_E_BAD_FILE};
   for (int i = 0; i < 2; ++i) {
-    TypeParam f(cases[i]);
+    Mem f(cases[i]);
     DWORD removed = 7;
-    EXPECT_EQ(TypeParam::DeleteChunk(f.h(), ZqRiffId("data"), &removed, FALSE), statuses[i]);
+    EXPECT_EQ(mriff_DeleteChunk(&f.r, ZqRiffId("data"), &removed, FALSE), statuses[i]);
     EXPECT_EQ(removed, 0u);
     EXPECT_EQ(f.Contents(), cases[i]) << "case " << i;
   }
 }
 
-TYPED_TEST(RiffWalk, RiffSizeUpdatesKeepThePositionAndCutAtTheLimit) {
+TEST(RiffWalk, RiffSizeUpdatesKeepThePositionAndCutAtTheLimit) {
   struct Case {
     DWORD oldSize;
     LONGLONG delta;
@@ -277,9 +213,9 @@ TYPED_TEST(RiffWalk, RiffSizeUpdatesKeepThePositionAndCutAtTheLimit) {
     SCOPED_TRACE(testing::Message() << "delta " << c.delta);
     Bytes bytes = Form({Chunk("data", Bytes(12, 1))}) + Bytes(12, 2);
     std::memcpy(bytes.data() + 4, &c.oldSize, 4);
-    TypeParam f(bytes);
-    TypeParam::RestoreLocation(f.h(), 30);
-    EXPECT_EQ(TypeParam::UpdateRIFFSize(f.h(), static_cast<DWORD>(c.delta), static_cast<LONG>(c.delta >> 32)),
+    Mem f(bytes);
+    mriff_RestoreLocation(&f.r, 30);
+    EXPECT_EQ(mriff_UpdateRIFFSize(&f.r, static_cast<DWORD>(c.delta), static_cast<LONG>(c.delta >> 32)),
               c.status);
     EXPECT_EQ(f.Tell(), 30u);
     const Bytes after = f.Contents();
@@ -288,37 +224,65 @@ TYPED_TEST(RiffWalk, RiffSizeUpdatesKeepThePositionAndCutAtTheLimit) {
     std::memcpy(&size, after.data() + 4, 4);
     EXPECT_EQ(size, c.newSize);
   }
-  TypeParam f(Sample());
+  Mem f(Sample());
   DWORD size = 0;
-  EXPECT_EQ(TypeParam::GetFileSize(f.h(), &size), S_OK);
+  EXPECT_EQ(mriff_GetFileSize(&f.r, &size), S_OK);
   EXPECT_EQ(size, Sample().size() - 4) << "the RIFF size + 4, as callers reckon it";
 }
 
-TYPED_TEST(RiffWalk, StringsAndChunksAreWrittenPaddedAndReadBack) {
-  TypeParam f(Bytes{});
+TEST(RiffWalk, StringsAndChunksAreWrittenPaddedAndReadBack) {
+  Mem f(Bytes{});
   DWORD total = 0, a = 0, b = 0;
-  ASSERT_EQ(TypeParam::WriteChunk(f.h(), ZqRiffId("abcd"), "xyz", 3, &total), S_OK);
+  ASSERT_EQ(mriff_WriteChunk(&f.r, ZqRiffId("abcd"), "xyz", 3, &total), S_OK);
   EXPECT_EQ(total, 12u);
-  ASSERT_EQ(TypeParam::WriteANSIString(f.h(), u"\u00e9t\u00e9", &a), S_OK);
+  ASSERT_EQ(mriff_WriteANSIString(&f.r, u"\u00e9t\u00e9", &a), S_OK);
   EXPECT_EQ(a, 6u) << "5 bytes of UTF-8 and a terminator";
-  ASSERT_EQ(TypeParam::WriteANSIString(f.h(), u"abcd", &b), S_OK);
+  ASSERT_EQ(mriff_WriteANSIString(&f.r, u"abcd", &b), S_OK);
   EXPECT_EQ(b, 6u) << "4 bytes and a terminator, padded";
   const Bytes expected = Chunk("abcd", {'x', 'y', 'z'}) + Bytes{0xC3, 0xA9, 't', 0xC3, 0xA9, 0} +
                          Bytes{'a', 'b', 'c', 'd', 0, 0};
   EXPECT_EQ(f.Contents(), expected);
 
-  TypeParam::RestoreLocation(f.h(), 12);
+  mriff_RestoreLocation(&f.r, 12);
   WCHAR text[8];
   DWORD size = 6;
-  ASSERT_EQ(TypeParam::ReadANSIString(f.h(), text, 8, &size), S_OK);
+  ASSERT_EQ(mriff_ReadANSIString(&f.r, text, 8, &size), S_OK);
   EXPECT_EQ(std::u16string(text), u"\u00e9t\u00e9");
   EXPECT_EQ(size, 7u) << "raised by one even after an even string";
   EXPECT_EQ(f.Tell(), 18u);
   size = 5;
-  ASSERT_EQ(TypeParam::ReadANSIString(f.h(), text, 3, &size), S_OK);
+  ASSERT_EQ(mriff_ReadANSIString(&f.r, text, 3, &size), S_OK);
   EXPECT_EQ(std::u16string(text), u"ab") << "cut to the buffer, always terminated";
   EXPECT_EQ(f.Tell(), 24u) << "past the string and its pad";
   EXPECT_EQ(size, 6u);
+}
+
+// The file layer under the same walks: skips past the end, truncation,
+// lengths and positions of a real file.
+TEST(RiffFile, WalksEditsAndWritesReachTheFile) {
+  zqtest::TestFolder folder("riff");
+  const std::u16string path = ZqUtf8ToUtf16((folder.path() / "f.wav").string());
+  HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  const Bytes sample = Sample() + Chunk("junk", {}, 0xFFFFFFFF);
+  DWORD n = 0, size = 0, removed = 0;
+  ASSERT_TRUE(WriteFile(h, sample.data(), static_cast<DWORD>(sample.size()), &n, nullptr));
+  ASSERT_EQ(riff_SeekDataStart(h), S_OK);
+  EXPECT_EQ(riff_FindChunkHeader(h, ZqRiffId("none"), &size, nullptr), ZQ_E_READ_FILE) << "past the end, no wrap";
+  ASSERT_EQ(riff_DeleteChunk(h, ZqRiffId("fmt "), &removed, FALSE), S_OK);
+  EXPECT_EQ(::GetFileSize(h, nullptr), sample.size() - 12);
+  ASSERT_EQ(riff_FindChunkHeaderInRIFF(h, ZqRiffId("data"), &size, nullptr), S_OK);
+  EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_CURRENT), 46u);
+  EXPECT_EQ(riff_UpdateRIFFSize(h, 0xFFFFFFFF, 0), ZQ_E_RENDER_SIZE);
+  EXPECT_EQ(::GetFileSize(h, nullptr), 50u) << "cut at the end of the form";
+  EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_CURRENT), 46u);
+  ASSERT_EQ(riff_WriteChunk(h, ZqRiffId("cue "), "abc", 3, &size), S_OK);
+  DWORD id = 0;
+  ASSERT_EQ(riff_RestoreLocation(h, 46), S_OK);
+  ASSERT_EQ(riff_ReadChunkHeader(h, &id, &size), S_OK);
+  EXPECT_EQ(id, ZqRiffId("cue "));
+  EXPECT_EQ(riff_SkipChunk(h, size), 4u);
+  EXPECT_EQ(::GetFileSize(h, nullptr), 58u);
+  CloseHandle(h);
 }
 
 TEST(Riff, HeaderChecksAndFileIdsAnswerTheirStatuses) {
@@ -392,8 +356,8 @@ TEST(Riff, CompactDiscFilesGiveTheirTrackWhateverTheAnswer) {
       {Typed("RIFF", "CDDA", {Chunk("fmt ", shortFmt)}), ZQ_E_VERSION, 0},
   };
   zqtest::TestFolder folder("riff");
+  const std::u16string path = ZqUtf8ToUtf16((folder.path() / "Track05.cda").string());
   for (const Case& c : cases) {
-    const std::u16string path = ZqUtf8ToUtf16((folder.path() / "Track05.cda").string());
     HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     DWORD n = 0;
     ASSERT_TRUE(WriteFile(h, c.bytes.data(), static_cast<DWORD>(c.bytes.size()), &n, nullptr));
@@ -401,11 +365,7 @@ TEST(Riff, CompactDiscFilesGiveTheirTrackWhateverTheAnswer) {
     DWORD track = 9, start = 9, frames = 9, length = 9, serial = 9;
     EXPECT_EQ(riff_ReadCDAFile(path.c_str(), &track, &start, &frames, &length, &serial), c.status);
     EXPECT_EQ(track, c.track);
-    if (c.status == S_OK) {
-      EXPECT_EQ(frames, (20u + 2 * 60) * 75 + 10);
-      EXPECT_EQ(serial, 0x12345678u);
-      EXPECT_EQ(start + length, 3000u);
-    }
+    EXPECT_EQ(frames, c.status == S_OK ? (20u + 2 * 60) * 75 + 10 : 0u);
   }
   DWORD track = 9;
   EXPECT_EQ(riff_ReadCDAFile(u"/nonexistent/x.cda", &track, nullptr, nullptr, nullptr, nullptr), ZQ_E_OPEN_FILE);
@@ -439,14 +399,7 @@ TEST(Riff64, FormsAreWrittenPaddedToEightAndWalkedBack) {
   EXPECT_EQ(size.QuadPart, 72u);
   EXPECT_EQ(form, Wave64Id("wave"));
   ASSERT_EQ(riff64_FindChunkHeaderInRIFF(h, Wave64Id("data"), &size, &left), S_OK);
-  EXPECT_EQ(size.QuadPart, 16u);
-  EXPECT_EQ(left.QuadPart, 16u);
-  EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_CURRENT), 96u);
-  riff64_SeekDataStart(h);
-  DWORD count = 0;
-  left.QuadPart = 72;
-  EXPECT_EQ(riff64_GetNumListEntries(h, &count, &left), S_OK);
-  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(left.QuadPart, 16u) << "72 less the padded fmt chunk and the data's header";
   EXPECT_EQ(riff64_UpdateRIFFSize(h, static_cast<DWORD>(-200), -1), ZQ_E_RENDER_SIZE) << "a negative size";
 
   // A header whose size does not even count itself reads as empty and the
