@@ -262,7 +262,7 @@ ZQ_API HRESULT riff64_getGUIDLabelProperly(REFGUID id, LPWSTR buffer, INT length
 // --- The 32-bit family over memory ----------------------------------------------------------
 
 // null record 0x80004003; size above room, or a null base with room,
-// 0x80070057.
+// 0x80070057.  Every other mriff_ function needs a record made here.
 ZQ_API HRESULT mriff_Init(tZQMRIFF* record, void* base, DWORD size, DWORD room);
 // Stand-ins for the file calls, with their conventions: a read stops at the
 // end of the data (TRUE with 0 bytes there); a write stops at the room
