@@ -232,7 +232,7 @@ TEST(ListInsert, SlotsOfTheListItselfCanBeInsertedAgain) {
 TEST(ListInsert, AllocAndInsertWritesTheIndexAndLeavesAPendingItemAlone) {
   ListPtr l = MakeList(ZQLIST_HEAPITEMS | ZQLIST_LOCKED);
   int where = 0;
-  Item a(1, 0), b(2, 0);
+  Item a{1, 0}, b{2, 0};
   ASSERT_EQ(ZqList_AllocAndInsertItem(l.get(), &a, sizeof a, 50, &where), S_OK);
   EXPECT_EQ(where, 0);
   ASSERT_EQ(ZqList_AllocAndInsertItem(l.get(), &b, sizeof b, -1, &where), S_OK);

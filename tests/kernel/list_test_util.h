@@ -24,30 +24,23 @@ inline ListPtr MakeList(DWORD options, UINT itemSize = 0, INT initial = 0, INT g
   return ListPtr(l);
 }
 
-// An item that counts how often it was built; the kernel frees items as raw
-// blocks, so frees are counted through the hook's live blocks.
 struct Item {
   int key;
   int tag;
-  static inline int constructed = 0;
-  Item(int k, int t) : key(k), tag(t) { ++constructed; }
 };
 
 // The ways a list holds its elements, each with the same small interface:
 // Add an element with a key (and a tag where the kind can keep one), read
-// the key of element i, and turn a key into the form that a compare
-// function receives.
+// the key of an element, and turn a key into what a compare function gets.
 struct PlainKind {
   static constexpr DWORD kOptions = 0;
   static constexpr UINT kItemSize = 0;
-  static constexpr bool kKeepsTags = false;
   static constexpr bool kOwnsItems = false;
   static HRESULT Add(tZQLIST* l, int index, int key, int /*tag*/ = 0) {
     UINT_PTR value = static_cast<UINT_PTR>(key);
     return ZqList_InsertList(l, index, &value, 1);
   }
   static int KeyOfElement(const void* element) { return static_cast<int>(reinterpret_cast<UINT_PTR>(element)); }
-  static int TagOfElement(const void*) { return 0; }
   static const void* ElementOf(const tZQLIST* l, int i) { return l->items[i]; }
   struct Key {
     explicit Key(int k) : value(k) {}
@@ -55,57 +48,39 @@ struct PlainKind {
     int value;
   };
 };
+struct LockedPlainKind : PlainKind {
+  static constexpr DWORD kOptions = ZQLIST_LOCKED;
+};
 
-template <DWORD Options>
-struct HeapKindT {
-  static constexpr DWORD kOptions = ZQLIST_HEAPITEMS | Options;
-  static constexpr UINT kItemSize = 0;
-  static constexpr bool kKeepsTags = true;
-  static constexpr bool kOwnsItems = true;
+// Heap and array lists hold an Item; they differ in where it stands.
+template <DWORD Options, bool Heap>
+struct ItemKindT {
+  static constexpr DWORD kOptions = (Heap ? ZQLIST_HEAPITEMS : ZQLIST_ARRAY) | Options;
+  static constexpr UINT kItemSize = Heap ? 0 : sizeof(Item);
+  static constexpr bool kOwnsItems = Heap;
   static HRESULT Add(tZQLIST* l, int index, int key, int tag = 0) {
+    Item item{key, tag};
+    if (!Heap) return ZqList_InsertList(l, index, &item, 1);
     void* memory = nullptr;
     HRESULT hr = ZqList_AllocItem(l, sizeof(Item), &memory);
     if (FAILED(hr)) return hr;
-    new (memory) Item(key, tag);
+    std::memcpy(memory, &item, sizeof item);
     return ZqList_InsertList(l, index, nullptr, -1);
   }
   static int KeyOfElement(const void* element) { return static_cast<const Item*>(element)->key; }
   static int TagOfElement(const void* element) { return static_cast<const Item*>(element)->tag; }
-  static const void* ElementOf(const tZQLIST* l, int i) { return l->items[i]; }
+  static const void* ElementOf(const tZQLIST* l, int i) { return Heap ? l->items[i] : ZqList_ArrayItem(l, i); }
   struct Key {
-    explicit Key(int k) : item(k, 0) {}
+    explicit Key(int k) : item{k, 0} {}
     const void* get() const { return &item; }
     Item item;
   };
 };
-using HeapKind = HeapKindT<0>;
-using PrivateHeapKind = HeapKindT<ZQLIST_PRIVATEHEAP>;
-using LockedHeapKind = HeapKindT<ZQLIST_LOCKED>;
-
-template <DWORD Options>
-struct ArrayKindT {
-  static constexpr DWORD kOptions = ZQLIST_ARRAY | Options;
-  static constexpr UINT kItemSize = sizeof(Item);
-  static constexpr bool kKeepsTags = true;
-  static constexpr bool kOwnsItems = false;
-  static HRESULT Add(tZQLIST* l, int index, int key, int tag = 0) {
-    Item item(key, tag);
-    return ZqList_InsertList(l, index, &item, 1);
-  }
-  static int KeyOfElement(const void* element) { return static_cast<const Item*>(element)->key; }
-  static int TagOfElement(const void* element) { return static_cast<const Item*>(element)->tag; }
-  static const void* ElementOf(const tZQLIST* l, int i) { return ZqList_ArrayItem(l, i); }
-  struct Key {
-    explicit Key(int k) : item(k, 0) {}
-    const void* get() const { return &item; }
-    Item item;
-  };
-};
-using ArrayKind = ArrayKindT<0>;
-using LockedArrayKind = ArrayKindT<ZQLIST_LOCKED>;
-struct LockedPlainKind : PlainKind {
-  static constexpr DWORD kOptions = ZQLIST_LOCKED;
-};
+using HeapKind = ItemKindT<0, true>;
+using PrivateHeapKind = ItemKindT<ZQLIST_PRIVATEHEAP, true>;
+using LockedHeapKind = ItemKindT<ZQLIST_LOCKED, true>;
+using ArrayKind = ItemKindT<0, false>;
+using LockedArrayKind = ItemKindT<ZQLIST_LOCKED, false>;
 
 // Ascending by key; the criteria word, when not 0, must be 0x5EED (it tells
 // that the list handed its sortCriteria on).
