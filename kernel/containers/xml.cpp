@@ -48,8 +48,12 @@ T* At(const tZQLIST* list, INT i) {
   return static_cast<T*>(ZqList_Slot(list, i));
 }
 
-// Allocates a zeroed item of `size` through a heap list and appends it.
+// Allocates a zeroed item of `size` through a heap list and appends it.  A
+// full list doubles its slots first: an element may have hundreds of
+// thousands of children, and growing by the list's fixed step would copy
+// them all again every few items.
 void* Append(tZQLIST* list, UINT size) {
+  if (list->count == list->allocated && list->count >= 64) ZqList_GrowAllocated(list, list->count);
   void* item = nullptr;
   if (FAILED(ZqList_AllocItem(list, size, &item))) return nullptr;
   if (FAILED(ZqList_InsertList(list, -1, nullptr, -1))) {
