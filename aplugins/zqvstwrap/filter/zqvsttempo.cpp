@@ -276,6 +276,188 @@ LONGLONG CMFXTempo::MeterEntryPosition(LONG measure) {
 // ---------------------------------------------------------------------------
 // The time of a block
 
+// Where a block lies in samples (loops taken out): its start, and its end
+// as far as the maps have let it run so far.
+struct CMFXTempo::BlockSpan {
+  LONGLONG start;
+  LONGLONG end;
+  LONG distance;  // end - start
+};
+
+namespace {
+
+// Where a search that stopped at `stored` resumes in a map of `count` entries.
+LONG ResumeIndex(LONG stored, LONG count) {
+  const LONG index = stored < count - 1 ? stored : count - 1;
+  return index < 0 ? 0 : index;
+}
+
+// Walks the entries after `index`.  `read(next)` fetches an entry and gives
+// its position in samples; `take()` makes the entry last read the one in
+// force.  Entries at or before the block's start are taken, and so is one
+// lying exactly at the end of the block after the first step; the first
+// entry inside the block cuts it there and is named in `*cut`.  True when
+// an entry cut the block.
+template <class Span, class Read, class Take>
+bool CutAtNextEntry(LONG index, LONG count, Span* span, LONG* cut, Read read, Take take) {
+  for (LONG next = index + 1, steps = 0; next < count; ++next, ++steps) {
+    const LONGLONG position = read(next);
+    if (position <= span->start || (steps > 0 && position == span->end)) {
+      take();
+      continue;
+    }
+    if (position < span->end) {
+      span->end = position;
+      span->distance = static_cast<LONG>(position - span->start);
+      *cut = next;
+      return true;
+    }
+    break;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool CMFXTempo::TempoForBlock(LONG ticks, BlockSpan* span, ZqVstWrapTimeRecord* record) {
+  // The entry in force at the start, then a walk over the entries that
+  // follow until one lies ahead.  The first change inside the block ends
+  // the block there; the stored index lets the next block start from that
+  // entry without a search.
+  LONG count = 0;
+  m_tempoMap->GetTempoCount(&count);
+  LONG index = 0;
+  if (m_tempoSearchValid) {
+    index = ResumeIndex(m_tempoIndex, count);
+  } else {
+    m_tempoMap->GetTempoIndexForTime(ticks, &index);
+  }
+  LONG entryTicks = 0, bpm100 = 0;
+  m_tempoMap->GetTempoAt(index, &entryTicks, &bpm100);
+  record->tempo = bpm100 / 100.0;
+  record->flags |= ZQTIME_TEMPO_VALID;
+  if (m_firstBlock || m_lastTempo != record->tempo) record->flags |= ZQTIME_TEMPO_CHANGED;
+  m_lastTempo = record->tempo;
+
+  m_tempoSearchValid = FALSE;
+  m_tempoIndex = 0;
+  LONG cut = 0;
+  const bool stopped = CutAtNextEntry(
+      index, count, span, &cut,
+      [&](LONG next) {
+        m_tempoMap->GetTempoAt(next, &entryTicks, &bpm100);
+        return TicksToSamples(entryTicks);
+      },
+      [&] {
+        record->tempo = bpm100 / 100.0;
+        record->flags |= ZQTIME_TEMPO_VALID | ZQTIME_TEMPO_CHANGED;
+        m_lastTempo = record->tempo;
+      });
+  if (stopped) {
+    m_tempoSearchValid = TRUE;
+    m_tempoIndex = cut;
+  }
+  return stopped;
+}
+
+bool CMFXTempo::MeterForBlock(LONG ticks, BlockSpan* span, ZqVstWrapTimeRecord* record) {
+  // As the tempo; an entry's position is the start of its measure.
+  LONG count = 0;
+  m_meterMap->GetMeterCount(&count);
+  LONG index = 0;
+  if (m_meterSearchValid) {
+    index = ResumeIndex(m_meterIndex, count);
+  } else {
+    m_meterMap->GetMeterIndexForTime(ticks, &index);
+  }
+  LONG measure = 0, numerator = 0, power = 0;
+  m_meterMap->GetMeterAt(index, &measure, &numerator, &power);
+  record->numerator = numerator;
+  record->denominator = DenominatorOf(power);
+  record->flags |= ZQTIME_METER_VALID;
+  if (m_firstBlock || record->numerator != m_lastNumerator || record->denominator != m_lastDenominator)
+    record->flags |= ZQTIME_METER_CHANGED;
+  m_lastNumerator = record->numerator;
+  m_lastDenominator = record->denominator;
+
+  m_meterSearchValid = FALSE;
+  m_meterIndex = 0;
+  LONG cut = 0;
+  const bool stopped = CutAtNextEntry(
+      index, count, span, &cut,
+      [&](LONG next) {
+        m_meterMap->GetMeterAt(next, &measure, &numerator, &power);
+        return MeterEntryPosition(measure);
+      },
+      [&] {
+        record->numerator = numerator;
+        record->denominator = DenominatorOf(power);
+        record->flags |= ZQTIME_METER_VALID | ZQTIME_METER_CHANGED;
+        m_lastNumerator = record->numerator;
+        m_lastDenominator = record->denominator;
+      });
+  if (stopped) {
+    m_meterSearchValid = TRUE;
+    m_meterIndex = cut;
+  }
+  return stopped;
+}
+
+bool CMFXTempo::TimeFromSource(LONGLONG start, DWORD mask, DWORD previousFlags, ZqVstWrapTimeRecord* record) {
+  VstTimeInfo info;
+  memset(&info, 0, sizeof info);
+  info.flags = VstFlagsOf(previousFlags, mask);
+  if (m_timeInfoSource->GetTimeInfo(start, VstFlagsOf(mask, mask), &info) != 0) return false;
+  record->samplePos = info.samplePos;
+  record->sampleRate = info.sampleRate;
+  record->tempo = info.tempo;
+  record->numerator = info.timeSigNumerator;
+  record->denominator = info.timeSigDenominator;
+  if (mask & ZQTIME_PPQ_VALID) {
+    record->ppqPos = info.ppqPos;
+    record->flags |= ZQTIME_PPQ_VALID;
+  }
+  if (mask & ZQTIME_BARS_VALID) {
+    record->barStartPos = info.barStartPos;
+    record->flags |= ZQTIME_BARS_VALID;
+  }
+  if (mask & ZQTIME_CYCLE_VALID) {
+    record->cycleStartPos = info.cycleStartPos;
+    record->cycleEndPos = info.cycleEndPos;
+    record->flags |= ZQTIME_CYCLE_VALID;
+  }
+  if (mask & ZQTIME_SMPTE_VALID) {
+    record->frameRate = info.smpteFrameRate;
+    record->flags |= ZQTIME_SMPTE_VALID;
+  }
+  if (mask & ZQTIME_CLOCK_VALID) {
+    record->samplesToNextClock = info.samplesToNextClock;
+    record->flags |= ZQTIME_CLOCK_VALID;
+  }
+  record->transport = static_cast<DWORD>(info.flags) & 0xF;
+  record->flags |= ZQTIME_TRANSPORT_VALID;
+  return true;
+}
+
+void CMFXTempo::TimeFromTicks(LONG ticks, DWORD mask, ZqVstWrapTimeRecord* record) {
+  const double perQuarter = static_cast<double>(m_ticksPerQuarter);
+  auto quarters = [perQuarter](LONGLONG t) { return perQuarter != 0 ? static_cast<double>(t) / perQuarter : 0.0; };
+  if (mask & ZQTIME_PPQ_VALID) {
+    record->ppqPos = quarters(ticks);
+    record->flags |= ZQTIME_PPQ_VALID;
+  }
+  if (mask & ZQTIME_BARS_VALID) {
+    record->barStartPos = quarters(static_cast<LONGLONG>(ticks) - TicksIntoBar(ticks));
+    record->flags |= ZQTIME_BARS_VALID;
+  }
+  if (mask & ZQTIME_CYCLE_VALID) {
+    record->cycleStartPos = quarters(m_loopStartTicks);
+    record->cycleEndPos = quarters(m_loopEndTicks);
+    record->flags |= ZQTIME_CYCLE_VALID;
+  }
+  if (mask & ZQTIME_CLOCK_VALID) record->samplesToNextClock = 0;
+}
+
 LONG CMFXTempo::BuildTimeInfo(LONG frames, DWORD mask, ZqVstWrapTimeRecord* record) {
   ZqVstWrapTimeRecord scratch;
   if (record == nullptr) {
@@ -284,175 +466,36 @@ LONG CMFXTempo::BuildTimeInfo(LONG frames, DWORD mask, ZqVstWrapTimeRecord* reco
   }
   TempoLock lock(&m_tempoLock);
 
-  const ZqVstWrapTimeRecord previous = *record;
+  const DWORD previousFlags = record->flags;
   record->flags = 0;
   record->tempo = kDefaultTempo;
   record->numerator = 4;
   record->denominator = 4;
 
   const LONGLONG start = m_timeCursor - m_loopOffset;
-  LONGLONG end = start + frames;
-  LONG distance = frames;
+  BlockSpan span{start, start + frames, frames};
   const LONG ticks = SamplesToTicks(start);
-
-  // Tempo: the entry in force at the start, then a walk over the entries
-  // that follow until one lies ahead.  The first change inside the block
-  // ends the block there; the stored index lets the next block start from
-  // that entry without a search.
-  BOOL tempoStopped = FALSE;  // the walk ended the block at a tempo entry
-  if (m_tempoMap && (mask & ZQTIME_TEMPO_VALID)) {
-    LONG count = 0;
-    m_tempoMap->GetTempoCount(&count);
-    LONG index = 0;
-    if (m_tempoSearchValid) {
-      index = m_tempoIndex < count - 1 ? m_tempoIndex : count - 1;
-      if (index < 0) index = 0;
-    } else {
-      m_tempoMap->GetTempoIndexForTime(ticks, &index);
-    }
-    LONG entryTicks = 0, bpm100 = 0;
-    m_tempoMap->GetTempoAt(index, &entryTicks, &bpm100);
-    record->tempo = bpm100 / 100.0;
-    record->flags |= ZQTIME_TEMPO_VALID;
-    if (m_firstBlock || m_lastTempo != record->tempo) record->flags |= ZQTIME_TEMPO_CHANGED;
-    m_lastTempo = record->tempo;
-
+  const bool tempoCut = m_tempoMap && (mask & ZQTIME_TEMPO_VALID) && TempoForBlock(ticks, &span, record);
+  const bool meterCut = m_meterMap && (mask & ZQTIME_METER_VALID) && MeterForBlock(ticks, &span, record);
+  if (tempoCut && meterCut) {
+    // The meter cut the block before the tempo entry it was going to end
+    // at, which now lies beyond it: starting the next block from that entry
+    // would report its tempo early, so the next block looks its tempo up
+    // again.  (Keeping the stored index, as the plain order of the two
+    // walks would, gives that early tempo.)
     m_tempoSearchValid = FALSE;
     m_tempoIndex = 0;
-    for (LONG next = index + 1, steps = 0; next < count; ++next, ++steps) {
-      LONG nextTicks = 0, nextBpm100 = 0;
-      m_tempoMap->GetTempoAt(next, &nextTicks, &nextBpm100);
-      const LONGLONG position = TicksToSamples(nextTicks);
-      if (position <= start || (steps > 0 && position == end)) {
-        record->tempo = nextBpm100 / 100.0;
-        record->flags |= ZQTIME_TEMPO_VALID | ZQTIME_TEMPO_CHANGED;
-        m_lastTempo = record->tempo;
-        continue;
-      }
-      if (position < end) {
-        end = position;
-        distance = static_cast<LONG>(position - start);
-        m_tempoSearchValid = TRUE;
-        m_tempoIndex = next;
-        tempoStopped = TRUE;
-      }
-      break;
-    }
-  }
-
-  // Meter, in the same way; an entry's position is the start of its measure.
-  if (m_meterMap && (mask & ZQTIME_METER_VALID)) {
-    LONG count = 0;
-    m_meterMap->GetMeterCount(&count);
-    LONG index = 0;
-    if (m_meterSearchValid) {
-      index = m_meterIndex < count - 1 ? m_meterIndex : count - 1;
-      if (index < 0) index = 0;
-    } else {
-      m_meterMap->GetMeterIndexForTime(ticks, &index);
-    }
-    LONG measure = 0, numerator = 0, power = 0;
-    m_meterMap->GetMeterAt(index, &measure, &numerator, &power);
-    record->numerator = numerator;
-    record->denominator = DenominatorOf(power);
-    record->flags |= ZQTIME_METER_VALID;
-    if (m_firstBlock || record->numerator != m_lastNumerator || record->denominator != m_lastDenominator)
-      record->flags |= ZQTIME_METER_CHANGED;
-    m_lastNumerator = record->numerator;
-    m_lastDenominator = record->denominator;
-
-    m_meterSearchValid = FALSE;
-    m_meterIndex = 0;
-    for (LONG next = index + 1, steps = 0; next < count; ++next, ++steps) {
-      LONG nextMeasure = 0, nextNumerator = 0, nextPower = 0;
-      m_meterMap->GetMeterAt(next, &nextMeasure, &nextNumerator, &nextPower);
-      const LONGLONG position = MeterEntryPosition(nextMeasure);
-      if (position <= start || (steps > 0 && position == end)) {
-        record->numerator = nextNumerator;
-        record->denominator = DenominatorOf(nextPower);
-        record->flags |= ZQTIME_METER_VALID | ZQTIME_METER_CHANGED;
-        m_lastNumerator = record->numerator;
-        m_lastDenominator = record->denominator;
-        continue;
-      }
-      if (position < end) {
-        end = position;
-        distance = static_cast<LONG>(position - start);
-        m_meterSearchValid = TRUE;
-        m_meterIndex = next;
-        // The tempo entry the block was going to end at now lies beyond
-        // it: starting the next block from that entry would report its
-        // tempo early, so the next block looks its tempo up again.
-        if (tempoStopped) {
-          m_tempoSearchValid = FALSE;
-          m_tempoIndex = 0;
-        }
-      }
-      break;
-    }
   }
 
   record->samplePos = static_cast<double>(start);
+  // Without an answer from the source the musical position still follows
+  // from the ticks.
+  if ((mask & ZQTIME_ASK_SOURCE) && m_timeInfoSource && !TimeFromSource(start, mask, previousFlags, record))
+    TimeFromTicks(ticks, mask, record);
 
-  if ((mask & ZQTIME_ASK_SOURCE) && m_timeInfoSource) {
-    VstTimeInfo info;
-    memset(&info, 0, sizeof info);
-    info.flags = VstFlagsOf(previous.flags, mask);
-    const HRESULT hr = m_timeInfoSource->GetTimeInfo(start, VstFlagsOf(mask, mask), &info);
-    if (hr == 0) {
-      record->samplePos = info.samplePos;
-      record->sampleRate = info.sampleRate;
-      record->tempo = info.tempo;
-      record->numerator = info.timeSigNumerator;
-      record->denominator = info.timeSigDenominator;
-      if (mask & ZQTIME_PPQ_VALID) {
-        record->ppqPos = info.ppqPos;
-        record->flags |= ZQTIME_PPQ_VALID;
-      }
-      if (mask & ZQTIME_BARS_VALID) {
-        record->barStartPos = info.barStartPos;
-        record->flags |= ZQTIME_BARS_VALID;
-      }
-      if (mask & ZQTIME_CYCLE_VALID) {
-        record->cycleStartPos = info.cycleStartPos;
-        record->cycleEndPos = info.cycleEndPos;
-        record->flags |= ZQTIME_CYCLE_VALID;
-      }
-      if (mask & ZQTIME_SMPTE_VALID) {
-        record->frameRate = info.smpteFrameRate;
-        record->flags |= ZQTIME_SMPTE_VALID;
-      }
-      if (mask & ZQTIME_CLOCK_VALID) {
-        record->samplesToNextClock = info.samplesToNextClock;
-        record->flags |= ZQTIME_CLOCK_VALID;
-      }
-      record->transport = static_cast<DWORD>(info.flags) & 0xF;
-      record->flags |= ZQTIME_TRANSPORT_VALID;
-    } else {
-      // The source has nothing for this position: the musical position
-      // still follows from the ticks.
-      const double perQuarter = static_cast<double>(m_ticksPerQuarter);
-      auto quarters = [perQuarter](LONGLONG t) { return perQuarter != 0 ? static_cast<double>(t) / perQuarter : 0.0; };
-      if (mask & ZQTIME_PPQ_VALID) {
-        record->ppqPos = quarters(ticks);
-        record->flags |= ZQTIME_PPQ_VALID;
-      }
-      if (mask & ZQTIME_BARS_VALID) {
-        record->barStartPos = quarters(static_cast<LONGLONG>(ticks) - TicksIntoBar(ticks));
-        record->flags |= ZQTIME_BARS_VALID;
-      }
-      if (mask & ZQTIME_CYCLE_VALID) {
-        record->cycleStartPos = quarters(m_loopStartTicks);
-        record->cycleEndPos = quarters(m_loopEndTicks);
-        record->flags |= ZQTIME_CYCLE_VALID;
-      }
-      if (mask & ZQTIME_CLOCK_VALID) record->samplesToNextClock = 0;
-    }
-  }
-
-  m_timeCursor += distance;
+  m_timeCursor += span.distance;
   m_firstBlock = FALSE;
-  return distance;
+  return span.distance;
 }
 
 LONG CMFXTempo::TempoAt(LONGLONG samplePos) {

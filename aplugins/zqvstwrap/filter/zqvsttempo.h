@@ -98,6 +98,18 @@ class CMFXTempo : public IMfxSoftSynth {
   void ReleaseHostLocked();
   LONGLONG MeterEntryPosition(LONG measure);
 
+  // The parts of BuildTimeInfo, under the tempo lock.
+  struct BlockSpan;
+  // Tempo (meter) in force at the block's start into `record`; true when a
+  // change inside the block cut `span` short there.
+  bool TempoForBlock(LONG ticks, BlockSpan* span, ZqVstWrapTimeRecord* record);
+  bool MeterForBlock(LONG ticks, BlockSpan* span, ZqVstWrapTimeRecord* record);
+  // The time information source's answer for `start` into `record`; false
+  // (and `record` untouched) when it has none.
+  bool TimeFromSource(LONGLONG start, DWORD mask, DWORD previousFlags, ZqVstWrapTimeRecord* record);
+  // The musical position from the ticks alone.
+  void TimeFromTicks(LONG ticks, DWORD mask, ZqVstWrapTimeRecord* record);
+
   CRITICAL_SECTION m_tempoLock;
   BOOL m_connected;
   BOOL m_running;
