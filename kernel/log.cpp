@@ -115,6 +115,231 @@ size_t Utf8PrefixOfUnits(const char* text, size_t units) {
 
 constexpr size_t kMaxMessageChars = 1023;
 
+// One conversion of a format: %[flags][width][.precision][length]conversion.
+struct Conversion {
+  char spec[32];  // its printf form so far: '%', flags, width, precision
+  size_t length = 0;
+  bool left = false;
+  int width = -1;
+  int precision = -1;
+  int longs = 0;  // l or ll (and j, q, I64 as two)
+  bool shortish = false;
+  bool sizeT = false;
+  bool ptrdiff = false;
+  bool longDouble = false;
+  bool wideHint = false;  // an l was given: %lS is wide text
+  WCHAR conversion = 0;
+
+  // The printf form with `suffix` appended, ready to use.
+  const char* With(const char* suffix) {
+    size_t n = length;
+    for (; *suffix && n + 1 < sizeof spec; ++suffix) spec[n++] = *suffix;
+    spec[n] = 0;
+    return spec;
+  }
+};
+
+// Reads flags, width and precision (taking '*' values from `args`) and the
+// length modifiers; answers the position of the conversion character.
+const WCHAR* ReadConversion(const WCHAR* p, va_list& args, Conversion* c) {
+  c->spec[c->length++] = '%';
+  while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'#' || *p == u'0') {
+    if (*p == u'-') c->left = true;
+    if (c->length < 8) c->spec[c->length++] = static_cast<char>(*p);
+    ++p;
+  }
+  if (*p == u'*') {
+    c->width = va_arg(args, int);
+    if (c->width < 0) {
+      c->left = true;
+      c->width = -c->width;
+    }
+    ++p;
+  } else {
+    while (*p >= u'0' && *p <= u'9') c->width = (c->width < 0 ? 0 : c->width) * 10 + (*p++ - u'0');
+  }
+  if (*p == u'.') {
+    ++p;
+    c->precision = 0;
+    if (*p == u'*') {
+      c->precision = va_arg(args, int);
+      ++p;
+    } else {
+      while (*p >= u'0' && *p <= u'9') c->precision = c->precision * 10 + (*p++ - u'0');
+    }
+  }
+  if (c->width >= 0)
+    c->length += static_cast<size_t>(snprintf(c->spec + c->length, sizeof c->spec - c->length, "%d", c->width));
+  if (c->precision >= 0)
+    c->length += static_cast<size_t>(snprintf(c->spec + c->length, sizeof c->spec - c->length, ".%d", c->precision));
+  // Length: h, hh, l, ll, z, j, t, L, and the platform's I64 / I32.
+  for (;;) {
+    if (*p == u'h') {
+      c->shortish = true;
+      ++p;
+    } else if (*p == u'l') {
+      ++c->longs;
+      c->wideHint = true;
+      ++p;
+    } else if (*p == u'z') {
+      c->sizeT = true;
+      ++p;
+    } else if (*p == u'j' || *p == u'q') {
+      c->longs = 2;
+      ++p;
+    } else if (*p == u't') {
+      c->ptrdiff = true;
+      ++p;
+    } else if (*p == u'L') {
+      c->longDouble = true;
+      ++p;
+    } else if (*p == u'I' && p[1] == u'6' && p[2] == u'4') {
+      c->longs = 2;
+      p += 3;
+    } else if (*p == u'I' && p[1] == u'3' && p[2] == u'2') {
+      p += 3;
+    } else {
+      break;
+    }
+  }
+  c->conversion = *p;
+  return p;
+}
+
+// %d %i %u %x %X %o, by the argument's width (short arguments arrive
+// promoted to int).
+void PutInteger(Sink& sink, Conversion& c, va_list& args) {
+  const char letter = static_cast<char>(c.conversion);
+  char tmp[512];
+  if (c.longs >= 2) {
+    const char suffix[] = {'l', 'l', letter, 0};
+    snprintf(tmp, sizeof tmp, c.With(suffix), va_arg(args, long long));
+  } else if (c.longs == 1 || c.sizeT || c.ptrdiff) {
+    const char suffix[] = {'l', letter, 0};
+    snprintf(tmp, sizeof tmp, c.With(suffix), va_arg(args, long));
+  } else {
+    const char suffix[] = {letter, 0};
+    snprintf(tmp, sizeof tmp, c.With(suffix), va_arg(args, int));
+  }
+  sink.Put(tmp, strlen(tmp));
+}
+
+// %f %F %e %E %g %G %a %A, long double with L.
+void PutFloating(Sink& sink, Conversion& c, va_list& args) {
+  const char letter = static_cast<char>(c.conversion);
+  char tmp[512];
+  if (c.longDouble) {
+    const char suffix[] = {'L', letter, 0};
+    snprintf(tmp, sizeof tmp, c.With(suffix), va_arg(args, long double));
+  } else {
+    const char suffix[] = {letter, 0};
+    snprintf(tmp, sizeof tmp, c.With(suffix), va_arg(args, double));
+  }
+  sink.Put(tmp, strlen(tmp));
+}
+
+void PutPointer(Sink& sink, Conversion& c, va_list& args) {
+  char tmp[512];
+  snprintf(tmp, sizeof tmp, c.With("p"), va_arg(args, void*));
+  sink.Put(tmp, strlen(tmp));
+}
+
+// %c is a wide character in a wide format, %C (and %hc) an 8-bit one.
+void PutCharacter(Sink& sink, const Conversion& c, va_list& args) {
+  const int value = va_arg(args, int);
+  char text[8];
+  if (c.conversion == u'C' || c.shortish) {
+    text[0] = static_cast<char>(value);
+    text[1] = 0;
+  } else {
+    const WCHAR w = static_cast<WCHAR>(value);
+    WideToUtf8(text, sizeof text, &w, 1);
+  }
+  PutText(sink, text, c.left, c.width, -1);
+}
+
+// In a wide format %s (and %ls) is wide text and %S (and %hs) 8-bit text.
+void PutString(Sink& sink, const Conversion& c, va_list& args) {
+  const bool narrow = (c.conversion == u'S' && !c.wideHint) || (c.conversion == u's' && c.shortish);
+  if (narrow) {
+    const char* text = va_arg(args, const char*);
+    PutText(sink, text ? text : "(null)", c.left, c.width, c.precision);
+    return;
+  }
+  const WCHAR* text = va_arg(args, const WCHAR*);
+  char buffer[4096];
+  if (text) {
+    WideToUtf8(buffer, sizeof buffer, text);
+  } else {
+    strcpy(buffer, "(null)");
+  }
+  PutText(sink, buffer, c.left, c.width, c.precision);
+}
+
+// One conversion's output; an unknown conversion is printed as it stands.
+void PutConversion(Sink& sink, Conversion& c, va_list& args) {
+  switch (c.conversion) {
+    case u'%':
+      sink.Put("%", 1);
+      return;
+    case u'd':
+    case u'i':
+    case u'u':
+    case u'x':
+    case u'X':
+    case u'o':
+      return PutInteger(sink, c, args);
+    case u'f':
+    case u'F':
+    case u'e':
+    case u'E':
+    case u'g':
+    case u'G':
+    case u'a':
+    case u'A':
+      return PutFloating(sink, c, args);
+    case u'p':
+      return PutPointer(sink, c, args);
+    case u'c':
+    case u'C':
+      return PutCharacter(sink, c, args);
+    case u's':
+    case u'S':
+      return PutString(sink, c, args);
+    default: {
+      char text[8];
+      WideToUtf8(text, sizeof text, &c.conversion, 1);
+      sink.Put("%", 1);
+      sink.Put(text, strlen(text));
+      return;
+    }
+  }
+}
+
+// Text between conversions, gathered as UTF-8 and put in runs, so that a
+// run that does not fit is cut at a character boundary as a whole.
+class LiteralRun {
+ public:
+  explicit LiteralRun(Sink& sink) : m_sink(sink) {}
+  // Takes the character (one unit, or a surrogate pair) at `p`; answers
+  // the position after it.
+  const WCHAR* Take(const WCHAR* p) {
+    const ptrdiff_t n = (*p >= 0xD800 && *p <= 0xDBFF && p[1] >= 0xDC00 && p[1] <= 0xDFFF) ? 2 : 1;
+    if (m_length + 8 > sizeof m_text) Flush();
+    m_length += WideToUtf8(m_text + m_length, sizeof m_text - m_length, p, n);
+    return p + n;
+  }
+  void Flush() {
+    m_sink.Put(m_text, m_length);
+    m_length = 0;
+  }
+
+ private:
+  Sink& m_sink;
+  char m_text[64];
+  size_t m_length = 0;
+};
+
 }  // namespace
 
 size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
@@ -122,199 +347,23 @@ size_t ZqLogFormatV(char* out, size_t size, const WCHAR* format, va_list args) {
   out[0] = 0;
   Sink sink{out, size, 0};
   if (format == nullptr) return 0;
-  char literal[64];
-  size_t lit = 0;
-  auto flushLiteral = [&] {
-    sink.Put(literal, lit);
-    lit = 0;
-  };
+  va_list ap;
+  va_copy(ap, args);
+  LiteralRun literal(sink);
   for (const WCHAR* p = format; *p;) {
     if (*p != u'%') {
-      const WCHAR* start = p;
-      ptrdiff_t n = 1;
-      if (*p >= 0xD800 && *p <= 0xDBFF && p[1] >= 0xDC00 && p[1] <= 0xDFFF) n = 2;
-      p += n;
-      if (lit + 8 > sizeof literal) flushLiteral();
-      lit += WideToUtf8(literal + lit, sizeof literal - lit, start, n);
+      p = literal.Take(p);
       continue;
     }
-    flushLiteral();
-    // %[flags][width][.precision][length]conversion
-    char fmtspec[32];
-    size_t s = 0;
-    fmtspec[s++] = '%';
+    literal.Flush();
+    Conversion c;
+    p = ReadConversion(p + 1, ap, &c);
+    if (*p == 0) break;
     ++p;
-    bool left = false;
-    while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'#' || *p == u'0') {
-      if (*p == u'-') left = true;
-      if (s < 8) fmtspec[s++] = static_cast<char>(*p);
-      ++p;
-    }
-    int width = -1;
-    if (*p == u'*') {
-      width = va_arg(args, int);
-      if (width < 0) {
-        left = true;
-        width = -width;
-      }
-      ++p;
-    } else {
-      while (*p >= u'0' && *p <= u'9') width = (width < 0 ? 0 : width) * 10 + (*p++ - u'0');
-    }
-    int precision = -1;
-    if (*p == u'.') {
-      ++p;
-      precision = 0;
-      if (*p == u'*') {
-        precision = va_arg(args, int);
-        ++p;
-      } else {
-        while (*p >= u'0' && *p <= u'9') precision = precision * 10 + (*p++ - u'0');
-      }
-    }
-    if (width >= 0) s += static_cast<size_t>(snprintf(fmtspec + s, sizeof fmtspec - s, "%d", width));
-    if (precision >= 0) s += static_cast<size_t>(snprintf(fmtspec + s, sizeof fmtspec - s, ".%d", precision));
-    // Length: h, hh, l, ll, z, j, t, L, and the platform's I64 / I32.
-    int longs = 0;
-    bool shortish = false, sizeT = false, ptrdiff = false, longDouble = false, wideHint = false;
-    for (;;) {
-      if (*p == u'h') {
-        shortish = true;
-        ++p;
-      } else if (*p == u'l') {
-        ++longs;
-        wideHint = true;
-        ++p;
-      } else if (*p == u'z') {
-        sizeT = true;
-        ++p;
-      } else if (*p == u'j' || *p == u'q') {
-        longs = 2;
-        ++p;
-      } else if (*p == u't') {
-        ptrdiff = true;
-        ++p;
-      } else if (*p == u'L') {
-        longDouble = true;
-        ++p;
-      } else if (*p == u'I' && p[1] == u'6' && p[2] == u'4') {
-        longs = 2;
-        p += 3;
-      } else if (*p == u'I' && p[1] == u'3' && p[2] == u'2') {
-        p += 3;
-      } else {
-        break;
-      }
-    }
-    WCHAR conv = *p;
-    if (conv == 0) break;
-    ++p;
-    char tmp[512];
-    switch (conv) {
-      case u'%':
-        sink.Put("%", 1);
-        break;
-      case u'd':
-      case u'i':
-      case u'u':
-      case u'x':
-      case u'X':
-      case u'o': {
-        char c = static_cast<char>(conv);
-        if (longs >= 2) {
-          fmtspec[s++] = 'l';
-          fmtspec[s++] = 'l';
-          fmtspec[s++] = c;
-          fmtspec[s] = 0;
-          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long long));
-        } else if (longs == 1 || sizeT || ptrdiff) {
-          fmtspec[s++] = 'l';
-          fmtspec[s++] = c;
-          fmtspec[s] = 0;
-          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long));
-        } else {
-          // short arguments arrive promoted to int
-          (void)shortish;
-          fmtspec[s++] = c;
-          fmtspec[s] = 0;
-          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, int));
-        }
-        sink.Put(tmp, strlen(tmp));
-        break;
-      }
-      case u'f':
-      case u'F':
-      case u'e':
-      case u'E':
-      case u'g':
-      case u'G':
-      case u'a':
-      case u'A': {
-        fmtspec[s++] = static_cast<char>(conv);
-        fmtspec[s] = 0;
-        if (longDouble) {
-          fmtspec[s - 1] = 'L';
-          fmtspec[s++] = static_cast<char>(conv);
-          fmtspec[s] = 0;
-          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, long double));
-        } else {
-          snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, double));
-        }
-        sink.Put(tmp, strlen(tmp));
-        break;
-      }
-      case u'p': {
-        fmtspec[s++] = 'p';
-        fmtspec[s] = 0;
-        snprintf(tmp, sizeof tmp, fmtspec, va_arg(args, void*));
-        sink.Put(tmp, strlen(tmp));
-        break;
-      }
-      case u'c':
-      case u'C': {
-        // %c is a wide character in a wide format, %C (and %hc) an 8-bit one.
-        int value = va_arg(args, int);
-        char text[8];
-        if (conv == u'C' || shortish) {
-          text[0] = static_cast<char>(value);
-          text[1] = 0;
-        } else {
-          WCHAR w = static_cast<WCHAR>(value);
-          WideToUtf8(text, sizeof text, &w, 1);
-        }
-        PutText(sink, text, left, width, -1);
-        break;
-      }
-      case u's':
-      case u'S': {
-        // In a wide format %s (and %ls) is wide text and %S (and %hs) 8-bit text.
-        bool narrow = (conv == u'S' && !wideHint) || (conv == u's' && shortish);
-        if (narrow) {
-          const char* text = va_arg(args, const char*);
-          PutText(sink, text ? text : "(null)", left, width, precision);
-        } else {
-          const WCHAR* text = va_arg(args, const WCHAR*);
-          char buffer[4096];
-          if (text) {
-            WideToUtf8(buffer, sizeof buffer, text);
-          } else {
-            strcpy(buffer, "(null)");
-          }
-          PutText(sink, buffer, left, width, precision);
-        }
-        break;
-      }
-      default: {
-        // An unknown conversion is printed as it stands.
-        char text[8];
-        WideToUtf8(text, sizeof text, &conv, 1);
-        sink.Put("%", 1);
-        sink.Put(text, strlen(text));
-        break;
-      }
-    }
+    PutConversion(sink, c, ap);
   }
-  flushLiteral();
+  literal.Flush();
+  va_end(ap);
   return sink.used;
 }
 
