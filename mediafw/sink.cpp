@@ -7,7 +7,7 @@ class CZqCollectSink::Pin final : public CBaseInputPin {
 
   HRESULT CheckMediaType(const CMediaType* pmt) override {
     CAutoLock lock(&m_sink->m_csData);
-    if (m_sink->m_refuseConnection) return VFW_E_TYPE_NOT_ACCEPTED;
+    if (HRESULT hr = m_sink->CheckConnectionType(pmt); hr != S_OK) return hr;
     if (m_sink->m_typeFilter) return m_sink->m_typeFilter(*pmt) ? S_OK : VFW_E_TYPE_NOT_ACCEPTED;
     if (!IsEqualGUID(pmt->majortype, MEDIATYPE_Audio) || !IsEqualGUID(pmt->formattype, FORMAT_WaveFormatEx) ||
         pmt->cbFormat < 16 || pmt->pbFormat == nullptr)
@@ -26,7 +26,7 @@ class CZqCollectSink::Pin final : public CBaseInputPin {
     {
       CAutoLock lock(&m_sink->m_csData);
       ++m_sink->m_queryAcceptCalls;
-      if (m_sink->m_refuseQueryAccept) return S_FALSE;
+      if (HRESULT hr = m_sink->CheckQueryAccept(); hr != S_OK) return hr;
     }
     return CBaseInputPin::QueryAccept(pmt);
   }
@@ -57,7 +57,7 @@ class CZqCollectSink::Pin final : public CBaseInputPin {
     if (hr != S_OK) return hr;
     {
       CAutoLock lock(&m_sink->m_csData);
-      hr = m_sink->m_eosFault.Next();
+      hr = m_sink->CheckEndOfStream();
       if (FAILED(hr)) return hr;
       ++m_sink->m_eosCount;
       m_sink->m_events.push_back(ZqSinkEvent{ZqSinkEventKind::EndOfStream});
@@ -121,7 +121,8 @@ CBaseInputPin* CZqCollectSink::InputPin() { return m_pPin; }
 
 HRESULT CZqCollectSink::Collect(IMediaSample* sample) {
   CAutoLock lock(&m_csData);
-  if (HRESULT hr = m_receiveFault.Next(); hr != S_OK) return hr;
+  ++m_receiveCalls;
+  if (HRESULT hr = CheckReceive(); hr != S_OK) return hr;
   ZqReceivedSample r;
   r.size = sample->GetSize();
   BYTE* p = nullptr;
@@ -143,29 +144,9 @@ HRESULT CZqCollectSink::Collect(IMediaSample* sample) {
   return S_OK;
 }
 
-void CZqCollectSink::RefuseConnection(bool refuse) {
-  CAutoLock lock(&m_csData);
-  m_refuseConnection = refuse;
-}
-
 void CZqCollectSink::SetTypeFilter(std::function<bool(const AM_MEDIA_TYPE&)> accept) {
   CAutoLock lock(&m_csData);
   m_typeFilter = std::move(accept);
-}
-
-void CZqCollectSink::RefuseQueryAccept(bool refuse) {
-  CAutoLock lock(&m_csData);
-  m_refuseQueryAccept = refuse;
-}
-
-void CZqCollectSink::FailReceive(LONG nth, LONG count, HRESULT status) {
-  CAutoLock lock(&m_csData);
-  m_receiveFault = ZqFaultPlan{nth, count, status, 0};
-}
-
-void CZqCollectSink::FailEndOfStream(LONG nth, LONG count, HRESULT status) {
-  CAutoLock lock(&m_csData);
-  m_eosFault = ZqFaultPlan{nth, count, status, 0};
 }
 
 void CZqCollectSink::SetAllocatorRequirements(const ALLOCATOR_PROPERTIES& props) {
@@ -203,7 +184,7 @@ LONG CZqCollectSink::EndOfStreamCount() {
 
 LONG CZqCollectSink::ReceiveCalls() {
   CAutoLock lock(&m_csData);
-  return m_receiveFault.calls;
+  return m_receiveCalls;
 }
 
 LONG CZqCollectSink::QueryAcceptCalls() {

@@ -2,13 +2,11 @@
 // bytes, times, media times and flags, and the order of samples, new
 // segments, flushes and ends of stream.  One input pin ("In").
 //
-// It takes audio types with a wave format unless told otherwise, and it has
-// switches that make it refuse or fail: refuse every connection type or
-// only QueryAccept, fail Receive or EndOfStream at chosen calls, and an
-// allocator of its own (offered to the upstream pin) whose GetBuffer,
-// Commit and sample accessors can be made to fail (see CMemAllocator).
+// It takes audio types with a wave format unless told otherwise, and offers
+// upstream an allocator of its own (see CMemAllocator).  A subclass may
+// refuse or fail through the hooks below.
 //
-// Thread safety: the switches and the observations may be used from any
+// Thread safety: the settings and the observations may be used from any
 // thread while samples arrive.  At end of stream it reports EC_COMPLETE to
 // its graph.
 #pragma once
@@ -53,21 +51,14 @@ class CZqCollectSink : public CBaseFilter {
   // A new sink with one reference.
   static HRESULT Create(CZqCollectSink** sink);
 
-  // --- switches ---
-  // Every connection type is refused (VFW_E_TYPE_NOT_ACCEPTED).
-  void RefuseConnection(bool refuse);
+  // --- settings ---
   // Types are judged by `accept` instead of the audio test.
   void SetTypeFilter(std::function<bool(const AM_MEDIA_TYPE&)> accept);
-  // QueryAccept answers S_FALSE (connection is not affected).
-  void RefuseQueryAccept(bool refuse);
-  // Receive calls nth .. nth+count-1 answer `status` without collecting.
-  void FailReceive(LONG nth, LONG count = 1, HRESULT status = E_FAIL);
-  void FailEndOfStream(LONG nth, LONG count = 1, HRESULT status = E_FAIL);
   // Answered by GetAllocatorRequirements (E_NOTIMPL until set).
   void SetAllocatorRequirements(const ALLOCATOR_PROPERTIES& props);
   // Types the pin offers first when an output pin connects without a type.
   void OfferTypes(std::vector<CMediaType> types);
-  // The sink's own allocator, whose fault switches tests set.
+  // The sink's own allocator.
   CMemAllocator* Allocator() { return m_pOwnAllocator; }
 
   // --- observations ---
@@ -90,6 +81,18 @@ class CZqCollectSink : public CBaseFilter {
   CBasePin* GetPin(int n) override;
   CBaseInputPin* InputPin();
 
+ protected:
+  // What a subclass may answer instead; each is called under the sink's
+  // data lock and S_OK lets the sink go on as it does by itself.
+  // A connection type: VFW_E_TYPE_NOT_ACCEPTED refuses it.
+  virtual HRESULT CheckConnectionType(const CMediaType*) { return S_OK; }
+  // S_FALSE (or any status but S_OK) is QueryAccept's answer.
+  virtual HRESULT CheckQueryAccept() { return S_OK; }
+  // A failure is Receive's answer, and nothing is collected.
+  virtual HRESULT CheckReceive() { return S_OK; }
+  // A failure is EndOfStream's answer, and nothing is noted.
+  virtual HRESULT CheckEndOfStream() { return S_OK; }
+
  private:
   class Pin;
   friend class Pin;
@@ -99,11 +102,8 @@ class CZqCollectSink : public CBaseFilter {
   CCritSec m_csData;
   Pin* m_pPin = nullptr;
   CMemAllocator* m_pOwnAllocator = nullptr;  // counted
-  bool m_refuseConnection = false;
-  bool m_refuseQueryAccept = false;
   std::function<bool(const AM_MEDIA_TYPE&)> m_typeFilter;
-  ZqFaultPlan m_receiveFault;
-  ZqFaultPlan m_eosFault;
+  LONG m_receiveCalls = 0;
   bool m_hasRequirements = false;
   ALLOCATOR_PROPERTIES m_requirements{};
   std::vector<CMediaType> m_offered;

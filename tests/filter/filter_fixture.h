@@ -12,7 +12,7 @@
 #include "aplugins/zqvstwrap/filter/zqvstwrap.h"
 #include "mediafw/graph.h"
 #include "mediafw/memsource.h"
-#include "mediafw/sink.h"
+#include "tests/mediafw/failing_sink.h"
 #include "platform/module.h"
 #include "platform/text.h"
 
@@ -115,7 +115,7 @@ struct FilterChain {
   CZqMemorySource* source = nullptr;
   IBaseFilter* filter = nullptr;
   IZqVstWrapProp* prop = nullptr;
-  CZqCollectSink* sink = nullptr;
+  CZqFailingSink* sink = nullptr;
   IPin* in = nullptr;
   IPin* out = nullptr;
   HRESULT made = E_FAIL;
@@ -123,7 +123,7 @@ struct FilterChain {
   explicit FilterChain(REFCLSID clsid) {
     CZqFilterGraph::Create(&graph);
     CZqMemorySource::Create(&source);
-    CZqCollectSink::Create(&sink);
+    CZqFailingSink::Create(&sink);
     made = MakeFilter(clsid, &filter);
     if (FAILED(made)) return;
     prop = Query<IZqVstWrapProp>(filter);

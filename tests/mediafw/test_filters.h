@@ -7,7 +7,7 @@
 
 #include "mediafw/graph.h"
 #include "mediafw/memsource.h"
-#include "mediafw/sink.h"
+#include "tests/mediafw/failing_sink.h"
 #include "mediafw/transform.h"
 
 namespace zqtest {
@@ -106,12 +106,12 @@ struct Chain {
   CZqFilterGraph* graph = nullptr;
   CZqMemorySource* source = nullptr;
   CFakeTransform* fake = nullptr;
-  CZqCollectSink* sink = nullptr;
+  CZqFailingSink* sink = nullptr;
 
   Chain() {
     CZqFilterGraph::Create(&graph);
     CZqMemorySource::Create(&source);
-    CZqCollectSink::Create(&sink);
+    CZqFailingSink::Create(&sink);
     fake = new CFakeTransform();
     fake->NonDelegatingAddRef();
     graph->AddFilter(source, u"source");
