@@ -8,6 +8,7 @@
 #include "kernel/com/object.h"
 #include "base/status.h"
 #include "mediafw/interfaces.h"
+#include "platform/environment.h"
 #include "platform/file.h"
 #include "platform/module.h"
 #include "platform/text.h"
@@ -79,6 +80,23 @@ TEST(MapModule, IdentifiersAreMadeOfThePlugInAndResolve) {
   CLSID unknown = m.Clsid;
   unknown.Data1 ^= 1;
   EXPECT_EQ(ZqVstGetModuleTiming(unknown, &latency, &tail), ZQ_E_NOT_FOUND);
+}
+
+// A plug-in that faults while it is entered the first time only is made on
+// the class factory's one retry.
+TEST(MapModule, AFilterIsMadeOnTheRetryAfterAFaultInConstruction) {
+  VstMapping m;
+  ASSERT_EQ(ZqVstMapModule(Plugin("zqtest_quirks.so").c_str(), 0, 10000, &m), S_OK);
+  ZqComPtr<IClassFactory> factory;
+  ASSERT_EQ(DllGetClassObject(m.Clsid, IID_IClassFactory, factory.PutVoid()), S_OK);
+  ASSERT_TRUE(SetEnvironmentVariableW(u"ZQTEST_QUIRKS_FAULT", u"once"));
+  ZqComPtr<IBaseFilter> filter;
+  EXPECT_EQ(factory->CreateInstance(nullptr, IBaseFilter::kIid, filter.PutVoid()), S_OK);
+  EXPECT_TRUE(filter);
+  WCHAR state[8] = {};
+  EXPECT_EQ(GetEnvironmentVariableW(u"ZQTEST_QUIRKS_FAULT", state, 8), 4u);
+  EXPECT_EQ(std::u16string(state), u"done") << "the first attempt faulted";
+  SetEnvironmentVariableW(u"ZQTEST_QUIRKS_FAULT", nullptr);
 }
 
 TEST(MapModule, RelativeAndAbsolutePathsGiveOneIdentifier) {

@@ -67,16 +67,14 @@ TEST_F(ProberTest, AnswersWithoutAMaster) {
   ASSERT_EQ(effect.hr, S_OK);
   ZqVstSetHostIdentity(u"", u"");
   RunProbes(effect.effect);
-  EXPECT_EQ(Line("audioMasterGetTime 0 256"), "audioMasterGetTime 0 256 -> 0");
-  EXPECT_EQ(Line("audioMasterTempoAt"), "audioMasterTempoAt 0 0 -> 0");
-  EXPECT_EQ(Line("audioMasterGetVendorString"), "audioMasterGetVendorString 0 0 -> 0 \"(untouched)\"");
-  EXPECT_EQ(Line("audioMasterGetProductString"), "audioMasterGetProductString 0 0 -> 0 \"(untouched)\"");
-  EXPECT_EQ(Line("audioMasterCurrentId"), "audioMasterCurrentId 0 0 -> " + std::to_string(ZqVstFourCC("ZqPr")));
-  EXPECT_EQ(Line("audioMasterGetNumAutomatableParameters"), "audioMasterGetNumAutomatableParameters 0 0 -> 1024");
-  EXPECT_EQ(Line("audioMasterWillReplaceOrAccumulate"), "audioMasterWillReplaceOrAccumulate 0 0 -> 1");
-  EXPECT_EQ(Line("audioMasterGetVendorVersion"), "audioMasterGetVendorVersion 0 0 -> 0");
-  EXPECT_EQ(Line("audioMasterGetLanguage"), "audioMasterGetLanguage 0 0 -> 0");
-  EXPECT_EQ(Line("audioMasterOpenFileSelector"), "audioMasterOpenFileSelector 0 0 -> 0");
+  for (const std::string& expected : std::vector<std::string>{
+           "audioMasterGetTime 0 256 -> 0", "audioMasterTempoAt 0 0 -> 0",
+        "audioMasterGetVendorString 0 0 -> 0 \"(untouched)\"", "audioMasterGetProductString 0 0 -> 0 \"(untouched)\"",
+        "audioMasterCurrentId 0 0 -> " + std::to_string(ZqVstFourCC("ZqPr")),
+        "audioMasterGetNumAutomatableParameters 0 0 -> 1024", "audioMasterWillReplaceOrAccumulate 0 0 -> 1",
+        "audioMasterGetVendorVersion 0 0 -> 0", "audioMasterGetLanguage 0 0 -> 0",
+        "audioMasterOpenFileSelector 0 0 -> 0", "audioMasterUpdateDisplay 0 0 -> 1"})
+    EXPECT_EQ(Line(expected.substr(0, expected.find(" -> "))), expected);
   EXPECT_THAT(Line("audioMasterGetDirectory"),
               StartsWith("audioMasterGetDirectory 0 0 -> 1 \"" + std::string(ZQ_PLUGIN_DIR) + "/zqtest_prober.so\""));
   EXPECT_EQ(Line("audioMasterUpdateDisplay"), "audioMasterUpdateDisplay 0 0 -> 1");
@@ -164,19 +162,18 @@ TEST_F(ProberTest, RateZeroWithNanosecondsAsked) {
 
 TEST(HostCallback, WithoutAnEffect) {
   g_zqVstCurrentId = 77;
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterCurrentId, 0, 0, nullptr, 0.0f), 77);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f), 2300);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterGetSampleRate, 0, 0, nullptr, 0.0f), 0);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterGetBlockSize, 0, 0, nullptr, 0.0f), 0);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterGetDirectory, 0, 0, nullptr, 0.0f), 0);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterUpdateDisplay, 0, 0, nullptr, 0.0f), 0);
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterGetTime, 0, 0x100, nullptr, 0.0f), 0);
   g_zqVstNeedIdle = 0;
-  EXPECT_EQ(ZqVstHostCallback(nullptr, audioMasterNeedIdle, 0, 0, nullptr, 0.0f), 0);
+  const struct {
+    VstInt32 opcode;
+    VstIntPtr value, answer;
+  } rows[] = {{audioMasterCurrentId, 0, 77},   {audioMasterVersion, 0, 2300},      {audioMasterGetSampleRate, 0, 0},
+              {audioMasterGetBlockSize, 0, 0}, {audioMasterGetDirectory, 0, 0},   {audioMasterUpdateDisplay, 0, 0},
+              {audioMasterGetTime, 0x100, 0},  {audioMasterNeedIdle, 0, 0},       {45, 1, 0},
+              {50, 1, 0},                      {1000, 1, 0},                      {-1, 1, 0}};
+  for (const auto& row : rows)
+    EXPECT_EQ(ZqVstHostCallback(nullptr, row.opcode, 1, row.value, nullptr, 1.0f), row.answer) << row.opcode;
   EXPECT_EQ(g_zqVstNeedIdle, 1);
   g_zqVstNeedIdle = 0;
-  for (VstInt32 opcode : {45, 46, 49, 50, 1000, -1})
-    EXPECT_EQ(ZqVstHostCallback(nullptr, opcode, 1, 1, nullptr, 1.0f), 0) << opcode;
 }
 
 }  // namespace

@@ -35,90 +35,41 @@ TEST(ProcessAudio, WrongSampleSizeLeavesThePluginUncalled) {
   EXPECT_EQ(effect->ChannelCapacity(), 0);
 }
 
-TEST(ProcessAudio, StereoFloatThroughTheFastPath) {
-  Loaded effect("zqtest_2in2out");  // out k = 2 * in k
-  ASSERT_EQ(effect.hr, S_OK);
-  auto in = Ramp(kFrames, 2, 0.001f);
-  std::vector<float> out(in.size(), 9.0f);
-  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK);
-  for (size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], 2.0f * in[i]) << i;
-}
-
-TEST(ProcessAudio, NullSourceIsSilenceAndOutputsStartAsTheInputs) {
-  Loaded effect("zqtest_2in2out");
-  ASSERT_EQ(effect.hr, S_OK);
-  std::vector<float> out(kFrames * 2, 9.0f);
-  ASSERT_EQ(effect->ProcessAudio(nullptr, 2, out.data(), 2, kFrames, 4), S_OK);
-  for (float v : out) ASSERT_EQ(v, 0.0f);
-}
-
-TEST(ProcessAudio, MonoIntoTwoInputsDependsOnCanMono) {
-  auto in = Ramp(kFrames, 1, 0.01f);
-  {
-    Loaded effect("zqtest_2in2out");
+// Float streams through each layout: which input gets which source channel,
+// which destination channel gets which output.  A source of 0 channels is
+// the null source of a tail.
+TEST(ProcessAudio, CopyRulesOfEachLayout) {
+  using Expect = float (*)(const std::vector<float>& in, int f, int c);
+  const struct {
+    const char* plugin;
+    int source, destination;
+    Expect expect;
+  } rows[] = {
+      // out k = 2 * in k, through the stereo fast path
+      {"zqtest_2in2out", 2, 2, [](const std::vector<float>& in, int f, int c) { return 2.0f * in[2 * f + c]; }},
+      // silence, and the outputs start as the (zero) inputs
+      {"zqtest_2in2out", 0, 2, [](const std::vector<float>&, int, int) { return 0.0f; }},
+      // input 1 stays zero without effFlagsCanMono, holds the signal with it
+      {"zqtest_2in2out", 1, 2, [](const std::vector<float>& in, int f, int c) { return c == 0 ? 2.0f * in[f] : 0.0f; }},
+      {"zqtest_2in2out_mono", 1, 2, [](const std::vector<float>& in, int f, int) { return 2.0f * in[f]; }},
+      // a third destination channel from two outputs is muted
+      {"zqtest_2in2out", 2, 3, [](const std::vector<float>& in, int f, int c) { return c < 2 ? 2.0f * in[2 * f + c] : 0.0f; }},
+      // one input, two outputs (out0 = in0, out1 = -in0): the per-channel
+      // way, and a stereo source gives only its left channel
+      {"zqtest_1in2out", 2, 2, [](const std::vector<float>& in, int f, int c) { return c == 0 ? in[2 * f] : -in[2 * f]; }},
+      // out k = in k * (k + 1)
+      {"zqtest_6x6", 6, 6, [](const std::vector<float>& in, int f, int c) { return in[6 * f + c] * static_cast<float>(c + 1); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.plugin) + " from " + std::to_string(row.source));
+    Loaded effect(row.plugin);
     ASSERT_EQ(effect.hr, S_OK);
-    std::vector<float> out(kFrames * 2, 9.0f);
-    ASSERT_EQ(effect->ProcessAudio(in.data(), 1, out.data(), 2, kFrames, 4), S_OK);
-    for (int f = 0; f < kFrames; ++f) {
-      ASSERT_EQ(out[2 * f], 2.0f * in[f]) << f;
-      ASSERT_EQ(out[2 * f + 1], 0.0f) << f;  // input 1 stays zero
-    }
-  }
-  {
-    Loaded effect("zqtest_2in2out_mono");
-    ASSERT_EQ(effect.hr, S_OK);
-    ASSERT_NE(effect->Effect()->flags & effFlagsCanMono, 0);
-    std::vector<float> out(kFrames * 2, 9.0f);
-    ASSERT_EQ(effect->ProcessAudio(in.data(), 1, out.data(), 2, kFrames, 4), S_OK);
-    for (int f = 0; f < kFrames; ++f) {
-      ASSERT_EQ(out[2 * f], 2.0f * in[f]) << f;
-      ASSERT_EQ(out[2 * f + 1], 2.0f * in[f]) << f;
-    }
-  }
-}
-
-TEST(ProcessAudio, ThreeDestinationChannelsFromTwoOutputsMuteTheThird) {
-  Loaded effect("zqtest_2in2out");
-  ASSERT_EQ(effect.hr, S_OK);
-  auto in = Ramp(kFrames, 2, 0.001f);
-  std::vector<float> out(kFrames * 3, 9.0f);
-  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 3, kFrames, 4), S_OK);
-  for (int f = 0; f < kFrames; ++f) {
-    ASSERT_EQ(out[3 * f], 2.0f * in[2 * f]) << f;
-    ASSERT_EQ(out[3 * f + 1], 2.0f * in[2 * f + 1]) << f;
-    ASSERT_EQ(out[3 * f + 2], 0.0f) << f;
-  }
-}
-
-TEST(ProcessAudio, OneInputTwoOutputsGoesThePerChannelWay) {
-  Loaded effect("zqtest_1in2out");  // out0 = in0, out1 = -in0
-  ASSERT_EQ(effect.hr, S_OK);
-  auto in = Ramp(kFrames, 2, 0.001f);
-  std::vector<float> out(kFrames * 2, 9.0f);
-  ASSERT_EQ(effect->ProcessAudio(in.data(), 2, out.data(), 2, kFrames, 4), S_OK);
-  for (int f = 0; f < kFrames; ++f) {
-    // A stereo source into a mono plug-in gives only the left channel.
-    ASSERT_EQ(out[2 * f], in[2 * f]) << f;
-    ASSERT_EQ(out[2 * f + 1], -in[2 * f]) << f;
-  }
-}
-
-TEST(ProcessAudio, SixChannelsAndSixteenBitStreams) {
-  Loaded six("zqtest_6x6");  // out k = in k * (k + 1)
-  ASSERT_EQ(six.hr, S_OK);
-  auto in = Ramp(kFrames, 6, 0.0001f);
-  std::vector<float> out(in.size());
-  ASSERT_EQ(six->ProcessAudio(in.data(), 6, out.data(), 6, kFrames, 4), S_OK);
-  for (size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], in[i] * static_cast<float>(i % 6 + 1)) << i;
-
-  Loaded twice("zqtest_2in2out");
-  ASSERT_EQ(twice->SetSampleType(ZQSAMPLE_PCM16), S_OK);
-  std::vector<int16_t> pcm(kFrames * 2), result(kFrames * 2);
-  for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<int16_t>(i % 2 ? -1000 : 20000);
-  ASSERT_EQ(twice->ProcessAudio(pcm.data(), 2, result.data(), 2, kFrames, 2), S_OK);
-  for (int f = 0; f < kFrames; ++f) {
-    ASSERT_EQ(result[2 * f], 32767) << f;  // 40000 clipped
-    ASSERT_EQ(result[2 * f + 1], -2000) << f;
+    auto in = Ramp(kFrames, std::max(row.source, 1), 0.001f);
+    std::vector<float> out(static_cast<size_t>(kFrames * row.destination), 9.0f);
+    ASSERT_EQ(effect->ProcessAudio(row.source ? in.data() : nullptr, row.source, out.data(), row.destination, kFrames, 4),
+              S_OK);
+    for (int f = 0; f < kFrames; ++f)
+      for (int c = 0; c < row.destination; ++c) ASSERT_EQ(out[row.destination * f + c], row.expect(in, f, c)) << f << " " << c;
   }
 }
 

@@ -23,19 +23,6 @@ constexpr Installed kPlugins[] = {
     {"/usr/lib/vst/lsp-plugins/sc-mb-dyna-processor-lr.so", "lsp-plugins-vst"},
 };
 
-// Under LeakSanitizer, allocations made while an object of this class lives
-// are not reported as leaks; without it, nothing happens.
-extern "C" void __lsan_disable() __attribute__((weak));
-extern "C" void __lsan_enable() __attribute__((weak));
-struct LeakCheckPause {
-  LeakCheckPause() {
-    if (__lsan_disable) __lsan_disable();
-  }
-  ~LeakCheckPause() {
-    if (__lsan_enable) __lsan_enable();
-  }
-};
-
 class RealPlugin : public ::testing::TestWithParam<Installed> {};
 
 TEST_P(RealPlugin, LoadsDescribesProcessesAndUnloads) {
@@ -176,35 +163,5 @@ INSTANTIATE_TEST_SUITE_P(Installed, RealPluginChunk,
                          ::testing::Values(Installed{"/usr/lib/vst/lsp-plugins/compressor-stereo.so", "lsp-plugins-vst"},
                                            Installed{"/usr/lib/lxvst/DragonflyHallReverb-vst.so", "dragonfly-reverb-vst"}),
                          TestName);
-
-// More than a thousand parameters: each one's name, value, display text and
-// label read without a fault, and every name is a real text.
-TEST(RealPluginParameters, AThousandParametersReadWithoutFault) {
-  const Installed p{"/usr/lib/vst/lsp-plugins/sc-mb-dyna-processor-lr.so", "lsp-plugins-vst"};
-  if (!std::filesystem::exists(p.path)) GTEST_SKIP() << p.path << " is absent; the package " << p.package << " provides it";
-  LeakCheckPause pause;
-  Loaded effect(ZqUtf8ToUtf16(p.path), 0);
-  ASSERT_EQ(effect.hr, S_OK);
-  VstEffectInfo info;
-  ASSERT_EQ(effect->GetEffectInfo(&info), S_OK);
-  ASSERT_GT(info.numParams, 1000);
-  int named = 0;
-  for (int i = 0; i < info.numParams; ++i) {
-    WCHAR name[64], display[64], label[64];
-    name[63] = display[63] = label[63] = u'x';
-    ASSERT_EQ(effect->GetParameterName(i, name, 64), S_OK) << i;
-    ASSERT_EQ(effect->GetParameterDisplay(i, display, 64), S_OK) << i;
-    ASSERT_EQ(effect->GetParameterLabel(i, label, 64), S_OK) << i;
-    // Terminated in the last character whatever the plug-in wrote.
-    ASSERT_EQ(name[63], 0) << i;
-    ASSERT_EQ(display[63], 0) << i;
-    ASSERT_EQ(label[63], 0) << i;
-    float value = -1.0f;
-    ASSERT_EQ(effect->GetParameter(i, &value), S_OK) << i;
-    ASSERT_TRUE(value >= 0.0f && value <= 1.0f) << i << " " << value;
-    if (name[0] != 0) ++named;
-  }
-  EXPECT_EQ(named, info.numParams);
-}
 
 }  // namespace

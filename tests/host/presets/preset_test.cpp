@@ -301,25 +301,7 @@ TEST(PresetRefusal, ABankWithMoreProgramsStopsAtTheFirstExtraOne) {
   EXPECT_EQ(Parameters(fresh.effect), last);
 }
 
-}  // namespace
-
-// Plug-ins installed from the distribution.  Some keep blocks that only their
-// own, later unloaded, libraries point to; a leak check does not count what
-// they allocate.
-extern "C" void __lsan_disable() __attribute__((weak));
-extern "C" void __lsan_enable() __attribute__((weak));
-
-namespace {
-
-struct LeakCheckPause {
-  LeakCheckPause() {
-    if (__lsan_disable) __lsan_disable();
-  }
-  ~LeakCheckPause() {
-    if (__lsan_enable) __lsan_enable();
-  }
-};
-
+// Plug-ins installed from the distribution.
 constexpr const char* kDragonfly = "/usr/lib/lxvst/DragonflyRoomReverb-vst.so";
 constexpr const char* kLsp = "/usr/lib/vst/lsp-plugins/comp-delay-stereo.so";
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "aplugins/zqvstwrap/host/zqvstprobe.h"
+#include "aplugins/zqvstwrap/vst2abi.h"
 #include "tests/host/probe/isolation_fixture.h"
 
 namespace {
@@ -35,66 +36,58 @@ TEST(ProbeIsolated, HangsAreKilledAtTheLimit) {
   EXPECT_EQ(report.magic, 0u) << "no report from a killed probe";
 }
 
-TEST(ProbeIsolated, ModulesThatEndOrFaultAnswerException) {
+// What each kind of module answers from the child, and what its report
+// says (detail 0: not looked at).  A fault or a throw in effOpen is an
+// ordinary answer, as in process; an exit in effOpen leaves no report.
+TEST(ProbeIsolated, EveryKindOfModuleAnswersItsStatusAndReport) {
+  const struct {
+    const char* module;
+    LONG id;
+    const char16_t* faultOpcode;  // ZQBAD_FAULT_OPCODE, or null
+    HRESULT status;
+    int result;  // -1: no report
+    uint32_t detail;
+  } rows[] = {
+      {"zqgain", 0, nullptr, S_OK, kZqProbeOpened, 0},
+      {"zqtest_synth", 0, nullptr, S_OK, kZqProbeOpened, 0},  // entered at "main"
+      {"zqbad_open_exit", 0, nullptr, ZQ_E_EXCEPTION, -1, 0},
+      {"zqbad_entry_fault", 0, nullptr, ZQ_E_EXCEPTION, kZqProbeFault, EXCEPTION_ACCESS_VIOLATION},
+      {"zqbad_open_fault", 0, nullptr, S_OK, kZqProbeOpenedWithFault, EXCEPTION_ACCESS_VIOLATION},
+      {"zqbad_throw", 0, nullptr, S_OK, kZqProbeOpenedWithFault, EXCEPTION_CPP},
+      {"zqbad_opcode_fault", 0, u"0", S_OK, kZqProbeOpenedWithFault, 0},  // the switch reaches the child
+      {"zqbad_opcode_fault", 0, nullptr, S_OK, kZqProbeOpened, 0},
+      {"zqbad_not_elf", 0, nullptr, HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT), kZqProbeLoadFailed, 0},
+      {"zqbad_no_entry", 0, nullptr, HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND), kZqProbeNoEntry, 0},
+      {"zqbad_missing_dep", 0, nullptr, HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND), kZqProbeLoadFailed, 0},
+      {"zqbad_null_entry", 0, nullptr, E_INVALIDARG, kZqProbeNullEffect, 0},
+      {"zqbad_magic", 0, nullptr, E_INVALIDARG, kZqProbeWrongMagic, static_cast<uint32_t>(ZqVstFourCC("VstQ"))},
+      {"zqtest_shell", 0, nullptr, ZQ_S_IS_SHELL, kZqProbeShell, 0},
+      {"zqtest_shell", ZqVstFourCC("ZqS2"), nullptr, S_OK, kZqProbeOpened, 0},
+      {"zqtest_shell", ZqVstFourCC("Zzzz"), nullptr, E_UNEXPECTED, kZqProbeShellMismatch, 0},
+  };
+  zqtest::ScopedVariable defaultFault(u"ZQBAD_FAULT_OPCODE", nullptr);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.module);
+    zqtest::ScopedVariable fault(u"ZQBAD_FAULT_OPCODE", row.faultOpcode);
+    ZqProbeReport report;
+    EXPECT_EQ(Probe(row.module, row.id, &report), row.status);
+    if (row.result < 0) {
+      EXPECT_EQ(report.magic, 0u);
+      continue;
+    }
+    EXPECT_EQ(report.result, row.result);
+    if (row.detail != 0) {
+      EXPECT_EQ(report.detail, row.detail);
+    }
+  }
   ZqProbeReport report;
-  EXPECT_EQ(Probe("zqbad_open_exit", 0, &report), ZQ_E_EXCEPTION) << "exit(7) in effOpen";
-  EXPECT_EQ(report.magic, 0u);
-
-  EXPECT_EQ(Probe("zqbad_entry_fault", 0, &report), ZQ_E_EXCEPTION);
-  EXPECT_EQ(report.result, kZqProbeFault);
-  EXPECT_EQ(report.detail, EXCEPTION_ACCESS_VIOLATION);
-
-  // A fault or a throw in effOpen is an ordinary answer, as in process.
-  EXPECT_EQ(Probe("zqbad_open_fault", 0, &report), S_OK);
-  EXPECT_EQ(report.result, kZqProbeOpenedWithFault);
-  EXPECT_EQ(report.detail, EXCEPTION_ACCESS_VIOLATION);
-  EXPECT_EQ(Probe("zqbad_throw", 0, &report), S_OK);
-  EXPECT_EQ(report.detail, EXCEPTION_CPP);
-}
-
-TEST(ProbeIsolated, LoaderAnswersComeBackAsStatuses) {
-  ZqProbeReport report;
-  EXPECT_EQ(Probe("zqgain", 0, &report), S_OK);
-  EXPECT_EQ(report.result, kZqProbeOpened);
+  ASSERT_EQ(Probe("zqgain", 0, &report), S_OK);
   EXPECT_EQ(report.uniqueId, ZqVstFourCC("ZqGn"));
   EXPECT_EQ(report.category, kPlugCategEffect);
-
-  EXPECT_EQ(Probe("zqbad_not_elf"), HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT));
-  EXPECT_EQ(Probe("zqbad_no_entry"), HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND));
-  EXPECT_EQ(Probe("zqbad_missing_dep"), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
-  EXPECT_EQ(Probe("zqbad_null_entry"), E_INVALIDARG);
-  EXPECT_EQ(Probe("zqbad_magic", 0, &report), E_INVALIDARG);
-  EXPECT_EQ(report.detail, static_cast<uint32_t>(ZqVstFourCC("VstQ")));
-  EXPECT_EQ(Probe("zqtest_synth", 0, &report), S_OK) << "entered at main";
-}
-
-TEST(ProbeIsolated, ShellsAnswerForTheIdAskedFor) {
-  ZqProbeReport report;
-  EXPECT_EQ(Probe("zqtest_shell", 0, &report), ZQ_S_IS_SHELL);
-  EXPECT_EQ(report.category, kPlugCategShell);
-  EXPECT_EQ(Probe("zqtest_shell", ZqVstFourCC("ZqS2"), &report), S_OK);
-  EXPECT_EQ(report.uniqueId, ZqVstFourCC("ZqS2"));
-  // An id the shell does not know gives its container...
-  EXPECT_EQ(Probe("zqtest_shell", ZqVstFourCC("Zzzz")), E_UNEXPECTED);
-  // ...or, with the switch in the environment the probe inherits, nothing.
   zqtest::ScopedVariable unknownNull(u"ZQTEST_SHELL_UNKNOWN_NULL", u"1");
   EXPECT_EQ(Probe("zqtest_shell", ZqVstFourCC("Zzzz")), E_INVALIDARG);
 }
 
-TEST(ProbeIsolated, SwitchesReachTheProbeThroughTheEnvironment) {
-  {
-    zqtest::ScopedVariable openFaults(u"ZQBAD_FAULT_OPCODE", u"0");
-    ZqProbeReport report;
-    EXPECT_EQ(Probe("zqbad_opcode_fault", 0, &report), S_OK);
-    EXPECT_EQ(report.result, kZqProbeOpenedWithFault);
-  }
-  ZqProbeReport report;
-  EXPECT_EQ(Probe("zqbad_opcode_fault", 0, &report), S_OK);
-  EXPECT_EQ(report.result, kZqProbeOpened) << "by default it faults on effGetVendorString only";
-}
-
-// What only a report can tell: the module ending the process with a status
-// of its own choosing, before or after the probe's report.
 TEST(ProbeIsolated, StatusTrustsTheReportOnlyWhenTheChildEndedWithIt) {
   ZqChildOutcome exited{ZqChildEnd::Exited, 0, 0, 1, 0};
   EXPECT_EQ(ZqVstProbeStatus(exited, nullptr), ZQ_E_EXCEPTION) << "exit(0) from a module";
