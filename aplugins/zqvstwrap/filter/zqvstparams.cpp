@@ -423,7 +423,12 @@ HRESULT CZqPlugInParams::FlushOne(DWORD index, REFERENCE_TIME start, REFERENCE_T
     hr = ZqList_DeleteList(list, i, 1, 0);
     if (FAILED(hr)) break;
   }
-  if (had && list->count == 0) NoteListEmptied(index);
+  if (had && list->count == 0) {
+    // The envelope is gone, and with it its claim on the parameter: a step
+    // skips a parameter the user holds, so no later step would clear it.
+    m_states[index].envelopeActive = 0;
+    NoteListEmptied(index);
+  }
   return hr;
 }
 

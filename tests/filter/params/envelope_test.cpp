@@ -168,6 +168,19 @@ TEST_F(Envelopes, CaptureHoldsAParameterAgainstItsEnvelope) {
   EXPECT_EQ(changed, 0u);
   params.StopParamStreaming();
   EXPECT_EQ(params.SetParam(0, 70.0f), S_OK);
+
+  // A flush during a hold ends the envelope's claim on the parameter, also
+  // while another parameter's envelope runs on.
+  params.StartParamStreaming(44100);
+  MP_ENVELOPE_SEGMENT other = Segment(0, kSecond, 0, 100);
+  params.AddEnvelope(1, 1, &other);
+  ChunkAt(kSecond / 2, 441);
+  params.BeginParamCapture(0);
+  params.FlushEnvelope(0, 0, kSecond);
+  Chunk(441);
+  params.EndParamCapture(0);
+  Chunk(441);
+  EXPECT_EQ(params.SetParam(0, 20.0f), S_OK);
 }
 
 }  // namespace
