@@ -623,7 +623,9 @@ BOOL CZqVstWrapTransform::IsOrdinaryVendor() {
 
 HRESULT CZqVstWrapTransform::StoreParamFromEffect(DWORD index, float normalized) {
   HRESULT hr = CZqPlugInParams::StoreParamFromEffect(index, normalized);
-  if (hr == S_OK) {
+  // Every value taken from the plug-in counts as a change, moved or not:
+  // after a load the host saves again whatever the plug-in made of it.
+  if (SUCCEEDED(hr)) {
     m_dirty = TRUE;
     m_modified = TRUE;
   }

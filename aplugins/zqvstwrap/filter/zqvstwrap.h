@@ -143,7 +143,7 @@ class CZqVstWrapTransform : public CTransformFilter,
   friend class CVstMaster;
 
   // Marks the filter's state dirty and modified for every value the plug-in
-  // reports itself.
+  // reports itself, whether or not it moved.
   HRESULT StoreParamFromEffect(DWORD index, float normalized) override;
   // A host's SetParam reached the plug-in (or not).
   void OnParamSetByHost(DWORD index, HRESULT effectResult) override;

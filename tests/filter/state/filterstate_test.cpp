@@ -161,7 +161,11 @@ TEST_F(FilterState, SaveThenLoadOnAFreshFilterRestoresProgramAndParameters) {
     EXPECT_EQ(in.Position(), saved.size());
     EXPECT_EQ(b.Program(), 1);
     EXPECT_EQ(b.Params(), before);
-    // The refresh stores what the plug-in now holds: a change to save.
+    // The refresh stores what the plug-in now holds: a change to save, even
+    // when the same state is loaded again and no value moves.
+    EXPECT_EQ(b.persist->IsDirty(), S_OK);
+    b.persist->Save(MemStream().stream, TRUE);
+    EXPECT_EQ(b.persist->Load(MemStream(saved).stream), S_OK);
     EXPECT_EQ(b.persist->IsDirty(), S_OK);
   }
 }
