@@ -146,10 +146,13 @@ HRESULT CZqVstWrap::ProcessFrames(ZqFrameBlock* block) {
   // Buffers are sized like the input's, which holds a whole sample as long
   // as the plug-in gives no more channels than it takes; with more (mono
   // into a stereo plug-in) a sample goes out in several buffers rather than
-  // past the end of one.
+  // past the end of one.  The chunk is cut to all of that before the
+  // envelope clock moves, so that the clock moves by what is processed.
   const ULONG capacity = block->outputCapacity;
+  ULONG limit = m_segmentLeft < block->inputFrames ? m_segmentLeft : block->inputFrames;
+  if (limit > capacity && capacity > 0) limit = capacity;
   DWORD changed = 0;
-  ULONG chunk = UpdateEnvelopes(m_segmentLeft, &changed, 1.0);
+  ULONG chunk = UpdateEnvelopes(limit, &changed, 1.0);
   if (chunk > block->inputFrames) chunk = block->inputFrames;
   if (chunk > capacity && capacity > 0) chunk = capacity;
   if (changed) {

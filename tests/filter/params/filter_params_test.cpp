@@ -49,6 +49,33 @@ TEST(FilterParams, EnvelopeMovesThePlugInInSteps) {
   media->Release();
 }
 
+TEST(FilterParams, TheEnvelopeClockMovesByWhatTheOutputBufferTook) {
+  // Mono into the stereo gain: an output buffer, sized like the input's,
+  // holds half a sample, so a sample of 512 frames goes out in chunks of at
+  // most 256.  Silence for the first 384 frames (96,000 units at 40 kHz),
+  // then unit gain.
+  FilterChain chain(Register("zqgain", FourCC("ZqGn")));
+  ASSERT_EQ(chain.made, S_OK);
+  IMediaParams* media = Query<IMediaParams>(chain.filter);
+  ASSERT_NE(media, nullptr);
+  MP_ENVELOPE_SEGMENT steps[] = {Segment(0, 96000, 0, 0), Segment(96000, kSecond, 50, 50)};
+  ASSERT_EQ(media->AddEnvelope(0, 2, steps), S_OK);
+  std::vector<BYTE> data(512 * 2);
+  for (size_t i = 0; i < 512; ++i) reinterpret_cast<int16_t*>(data.data())[i] = 1000;
+  chain.Feed(Wave(WAVE_FORMAT_PCM, 1, 40000, 16), data, 512);
+  ASSERT_EQ(chain.ConnectAll(), S_OK);
+  ASSERT_EQ(chain.Play(), S_OK);
+
+  std::vector<BYTE> all = chain.sink->AllBytes();
+  ASSERT_EQ(all.size(), 512u * 4);
+  const auto* out = reinterpret_cast<const int16_t*>(all.data());
+  size_t silent = 0;
+  while (silent < 512 && out[silent * 2] == 0) ++silent;
+  EXPECT_EQ(silent, 384u);
+  EXPECT_EQ(out[511 * 2], 1000);
+  media->Release();
+}
+
 TEST(FilterParams, ThePlugInsOwnChangesReachTheHost) {
   FilterChain chain(Register("zqtest_prober", FourCC("ZqPr")));
   ASSERT_EQ(chain.made, S_OK);
