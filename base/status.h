@@ -249,3 +249,7 @@ constexpr HRESULT ZQ_E_RENDER_SETTINGS = ZqMakeStatus(0x8004E03B);
 constexpr HRESULT ZQ_E_BUFFER_TOO_SMALL = ZqMakeStatus(0x8004E03C);
 constexpr HRESULT ZQ_E_INPUT_CHANNELS = ZqMakeStatus(0x8004E03D);
 constexpr HRESULT ZQ_E_FRAME_SIZE = ZqMakeStatus(0x8004E03E);
+constexpr HRESULT ZQ_E_FILE_IN_USE = ZqMakeStatus(0x8004E05A);          // another program has it open
+constexpr HRESULT ZQ_E_ADMIN_REQUIRED = ZqMakeStatus(0x8004E142);       // needs administrator rights
+constexpr HRESULT ZQ_E_ALREADY_EXISTS = ZqMakeStatus(0x8004E170);       // the file already exists
+constexpr HRESULT ZQ_E_DESTINATION_INSIDE = ZqMakeStatus(0x8004E186);   // destination under the source
