@@ -2,6 +2,7 @@
 // formats and a source -> transform -> sink chain in a graph.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -32,10 +33,39 @@ inline std::vector<BYTE> Ramp(size_t bytes) {
   return data;
 }
 
-// Copies input to output unless a test changes a hook.
+// Copies input to output unless a test changes a hook.  In the frame way it
+// passes at most `step` frames a step and drains `tail` frames of 0x5A at
+// end of stream; steps and drains fail where the plans say.
 class CFakeTransform : public CTransformFilter {
  public:
-  CFakeTransform() : CTransformFilter(u"fake transform", nullptr, kFakeClsid) {}
+  explicit CFakeTransform(ZqTransformMode mode = ZqTransformMode::SampleForSample)
+      : CTransformFilter(u"fake transform", nullptr, kFakeClsid, mode) {}
+
+  ULONG step = 10;
+  LONG tail = 0;
+  ZqFaultPlan processFault;
+  ZqFaultPlan drainFault;
+
+  ZqFrameLayout FrameLayout() override {
+    const auto* w = reinterpret_cast<const WAVEFORMATEX*>(m_pInput->CurrentMediaType().Format());
+    return {w->nBlockAlign, w->nBlockAlign, w->nSamplesPerSec};
+  }
+  HRESULT ProcessFrames(ZqFrameBlock* b) override {
+    const WORD align = FrameLayout().outputFrameBytes;
+    b->usedFrames = b->producedFrames = std::min({b->inputFrames, step, b->outputCapacity});
+    std::copy(b->input, b->input + b->usedFrames * align, b->output);
+    return processFault.Next();
+  }
+  HRESULT DrainFrames(BYTE* out, ULONG* frames) override {
+    if (tail <= 0) {
+      *frames = 0;
+      return S_FALSE;
+    }
+    *frames = std::min({*frames, step, ULONG(tail)});
+    tail -= LONG(*frames);
+    std::fill(out, out + *frames * FrameLayout().outputFrameBytes, BYTE(0x5A));
+    return drainFault.Next();
+  }
 
   std::function<HRESULT(const CMediaType*)> checkInput = [](const CMediaType* mt) {
     return IsEqualGUID(mt->majortype, MEDIATYPE_Audio) ? S_OK : E_INVALIDARG;
@@ -108,11 +138,11 @@ struct Chain {
   CFakeTransform* fake = nullptr;
   CZqFailingSink* sink = nullptr;
 
-  Chain() {
+  explicit Chain(ZqTransformMode mode = ZqTransformMode::SampleForSample) {
     CZqFilterGraph::Create(&graph);
     CZqMemorySource::Create(&source);
     CZqFailingSink::Create(&sink);
-    fake = new CFakeTransform();
+    fake = new CFakeTransform(mode);
     fake->NonDelegatingAddRef();
     graph->AddFilter(source, u"source");
     graph->AddFilter(fake, u"fake");

@@ -2,7 +2,10 @@
 // collecting sink and the graph around it.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstring>
+#include <functional>
+#include <string>
 
 #include "kernel/com/taskmem.h"
 #include "test_filters.h"
@@ -554,6 +557,108 @@ TEST(MediaFwGraph, EverythingIsGoneAfterTeardown) {
     ASSERT_EQ(c.graph->WaitForCompletion(kWait, &event), S_OK);
   }
   EXPECT_EQ(CBaseObject::ObjectsActive(), before);
+}
+
+// --- The frame way ---------------------------------------------------------------
+
+// One sample of 40 frames in steps of 10, then end of stream with a tail of
+// 25 frames drained in steps of 10; a fault is set before each.
+struct FrameCase {
+  const char* name;
+  std::function<void(zqtest::Chain&)> receiveFault;
+  HRESULT received;
+  size_t framesOut;  // the first frames of the input, whatever was lost
+  std::function<void(zqtest::Chain&)> drainFault;
+  HRESULT ended;
+  size_t tailOut;
+  LONG endsDownstream;
+};
+
+void Nothing(zqtest::Chain&) {}
+
+const FrameCase kFrameCases[] = {
+    {"clean", Nothing, S_OK, 40, Nothing, S_OK, 25, 1},
+    // A failed delivery loses its chunk; the input is not advanced past it,
+    // the sample's frames still count as taken, and the last step's status
+    // is the answer.
+    {"deliver fails mid-sample", [](auto& c) { c.sink->FailReceive(2, 1, VFW_E_RUNTIME_ERROR); }, S_OK, 30,
+     [](auto& c) { c.sink->FailReceive(2, 1, VFW_E_RUNTIME_ERROR); }, VFW_E_RUNTIME_ERROR, 10, 1},
+    {"deliver fails at the last step", [](auto& c) { c.sink->FailReceive(4, 1, VFW_E_RUNTIME_ERROR); },
+     VFW_E_RUNTIME_ERROR, 30, Nothing, S_OK, 25, 1},
+    // Without a first buffer nothing happens at all, not even the end.
+    {"no first buffer", [](auto& c) { c.sink->Allocator()->FailGetBuffer(1, 1, E_OUTOFMEMORY); }, E_OUTOFMEMORY, 0,
+     [](auto& c) { c.sink->Allocator()->FailGetBuffer(1, 1, E_OUTOFMEMORY); }, E_OUTOFMEMORY, 0, 0},
+    // A replacement that fails once is asked for again.
+    {"a replacement fails once", [](auto& c) { c.sink->Allocator()->FailGetBuffer(2, 1, E_OUTOFMEMORY); }, S_OK, 40,
+     [](auto& c) { c.sink->Allocator()->FailGetBuffer(2, 1, E_OUTOFMEMORY); }, E_OUTOFMEMORY, 10, 0},
+    {"no more buffers", [](auto& c) { c.sink->Allocator()->FailGetBuffer(2, 100, E_OUTOFMEMORY); }, E_OUTOFMEMORY, 10,
+     Nothing, S_OK, 25, 1},
+    // A failed step keeps its buffer undelivered; a failed drain is dropped
+    // and draining goes on.
+    {"a step fails", [](auto& c) { c.fake->processFault = {2, 1, E_FAIL, 0}; }, S_OK, 30,
+     [](auto& c) { c.fake->drainFault = {2, 1, E_FAIL, 0}; }, S_OK, 15, 1},
+    {"the last step fails", [](auto& c) { c.fake->processFault = {4, 1, E_FAIL, 0}; }, E_FAIL, 30,
+     [](auto& c) { c.sink->FailEndOfStream(1, 1, E_ABORT); }, E_ABORT, 25, 0},
+};
+
+class FrameWay : public ::testing::TestWithParam<FrameCase> {};
+
+TEST_P(FrameWay, BuffersDeliveriesAndTheEndOfStream) {
+  const FrameCase& t = GetParam();
+  Chain c(ZqTransformMode::Frames);
+  c.Feed(Pcm16(2, 44100), 40, 40, false);
+  ASSERT_EQ(c.ConnectAll(), S_OK);
+  ASSERT_EQ(c.graph->Run(), S_OK);
+  t.receiveFault(c);
+  EXPECT_EQ(c.source->PushNext(), t.received);
+  std::vector<BYTE> got = c.sink->AllBytes();
+  ASSERT_EQ(got.size(), t.framesOut * 4);
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), c.data.begin()));
+
+  c.sink->Clear();
+  c.sink->Allocator()->FailGetBuffer(0, 0);
+  c.fake->tail = 25;
+  if (t.drainFault) t.drainFault(c);
+  EXPECT_EQ(c.fake->Input()->EndOfStream(), t.ended);
+  EXPECT_EQ(c.sink->AllBytes(), std::vector<BYTE>(t.tailOut * 4, 0x5A));
+  EXPECT_EQ(c.sink->EndOfStreamCount(), t.endsDownstream);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, FrameWay, ::testing::ValuesIn(kFrameCases),
+                         [](const auto& info) {
+                           std::string name = info.param.name;
+                           for (char& ch : name) ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
+                           return name;
+                         });
+
+TEST(FrameWay, TimesMarksAndTheDrainedTail) {
+  // Times run on from the last discontinuity in frames at the output rate;
+  // only the first buffer after a marked sample carries its mark (every
+  // sample of the source is a sync point); the tail carries none.
+  Chain c(ZqTransformMode::Frames);
+  c.Feed(Pcm16(2, 40000), 40, 20, false);
+  c.source->SetStartTime(1000000);
+  c.source->SetStartMediaTime(7);
+  ASSERT_EQ(c.ConnectAll(), S_OK);
+  ASSERT_EQ(c.graph->Run(), S_OK);
+  ASSERT_EQ(c.source->PushNext(), S_OK);
+  ASSERT_EQ(c.source->PushNext(), S_OK);
+  c.fake->tail = 5;
+  ASSERT_EQ(c.fake->Input()->EndOfStream(), S_OK);
+  const std::vector<ZqReceivedSample> got = c.sink->Samples();
+  ASSERT_EQ(got.size(), 5u);
+  for (size_t i = 0; i < 4; ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(got[i].start, 1000000 + REFERENCE_TIME(i) * 2500);
+    EXPECT_EQ(got[i].stop, got[i].start + 2500);
+    EXPECT_EQ(got[i].mediaStart, 7 + LONGLONG(i) * 10);
+    EXPECT_EQ(got[i].discontinuity, i == 0);
+    EXPECT_EQ(got[i].syncPoint, i % 2 == 0);
+    EXPECT_TRUE(got[i].answersSilence && !got[i].silent);
+  }
+  EXPECT_EQ(got[4].data.size(), 5u * 4);
+  EXPECT_EQ(got[4].timeStatus, VFW_E_SAMPLE_TIME_NOT_SET);
+  EXPECT_FALSE(got[4].discontinuity);
 }
 
 }  // namespace
