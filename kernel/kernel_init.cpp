@@ -6,6 +6,7 @@
 #include "kernel/lang.h"
 #include "kernel/langres.h"
 #include "kernel/langsys.h"
+#include "kernel/printf.h"
 
 namespace {
 std::atomic<HMODULE> g_module{nullptr};
@@ -22,19 +23,22 @@ ZQ_API int ZqKernel_EarlyInitialize(HMODULE instance, DWORD options) {
   // The library's texts: its string resources and dialog texts in every
   // language it was built with.
   if (instance) ZqResource_RegisterModule(instance, &g_zqKernelResources);
+  // Print tokens come before the locale values, which register theirs.
+  const BOOL tokens = ZqPrintF_CreateTokenList();
   // The kernel's handle reads the user's UI language at its first lookup;
   // the host tells another one later through ZqLang_UpdateKernelLCID.
   HZQLANG kernel = ZqLang_GetKernelLang();
   if (!kernel && SUCCEEDED(ZqLang_Open(&kernel, instance, 0, 0))) ZqLang_SetKernelLang(kernel);
   if (!kernel) return 0;
   ZqLang_GetInternationals(nullptr, 0);
-  return 1;
+  return tokens ? 1 : 0;
 }
 
 ZQ_API int ZqKernel_LateTerminate(HMODULE, DWORD) {
   HZQLANG kernel = ZqLang_GetKernelLang();
   ZqLang_SetKernelLang(nullptr);
   ZqLang_Close(kernel);
+  ZqPrintF_DestroyTokenList();
   if (HMODULE module = g_module.exchange(nullptr)) ZqResource_RegisterModule(module, nullptr);
   g_hostModule.store(nullptr);
   g_splash.store(nullptr);

@@ -17,6 +17,7 @@
 #include "kernel/lang.h"
 #include "kernel/langres.h"
 #include "kernel/langsys.h"
+#include "kernel/printlocale.h"
 #include "platform/environment.h"
 #include "platform/module.h"
 #include "platform/text.h"
@@ -376,11 +377,18 @@ ZQ_API int ZqSetLangID(LPCWSTR text) {
 }
 
 ZQ_API int ZqLang_GetInternationals(tZQINTERNATIONALS* record, int size) {
-  std::lock_guard<std::mutex> hold(g_inatLock);
   if (!record) {
-    Build(g_inat);
+    tZQINTERNATIONALS fresh;
+    {
+      std::lock_guard<std::mutex> hold(g_inatLock);
+      Build(g_inat);
+      fresh = g_inat;
+    }
+    // The print's separators and tokens follow the new values.
+    ZqPrintF_LocaleChanged(fresh);
     return 0;
   }
+  std::lock_guard<std::mutex> hold(g_inatLock);
   if (size < 4) return 0;
   if (g_inat.size == 0) Build(g_inat);
   const int copied = std::min<int>(size, sizeof(tZQINTERNATIONALS));
