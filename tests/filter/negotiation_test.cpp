@@ -158,6 +158,20 @@ TEST(FilterTypes, ANewInputRateIsTakenOnlyWhenDownstreamAcceptsTheOutput) {
       << "the output was connected again for the new rate";
 }
 
+TEST(FilterTypes, OutOfAGraphAnInputThatWouldReconnectTheOutputIsRefused) {
+  FilterChain chain(Register("zqgain", FourCC("ZqGn")));
+  std::vector<BYTE> data(256 * 4);
+  chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 44100, 16), data, 256);
+  ASSERT_EQ(chain.ConnectAll(), S_OK);
+  chain.graph->Disconnect(chain.in);
+  chain.graph->Disconnect(chain.source->OutputPin());
+  ASSERT_EQ(chain.filter->JoinFilterGraph(nullptr, nullptr), S_OK);
+  WAVEFORMATEX w = Wave(WAVE_FORMAT_PCM, 2, 48000, 16);
+  chain.source->SetFormat(&w);
+  EXPECT_TRUE(FAILED(chain.source->OutputPin()->Connect(chain.in, nullptr)));
+  EXPECT_FALSE(static_cast<CBasePin*>(chain.in)->IsConnected());
+}
+
 LRESULT QuietWindow(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   return DefWindowProcW(window, message, wParam, lParam);
 }
@@ -189,6 +203,36 @@ TEST(FilterNotify, FourWindowsAreToldAndDeadOnesAreDropped) {
   // The destroyed window's place was given up: a fifth window fits now.
   EXPECT_EQ(chain.prop->SetNotifyWindow(windows[4], 50), S_OK);
   for (HWND w : windows) DestroyWindow(w);
+}
+
+TEST(FilterNotify, ThePlugInsEditorSizeAndDisplayChangesAreTold) {
+  FilterChain chain(Register("zqgain", FourCC("ZqGn")));
+  ASSERT_EQ(chain.made, S_OK);
+  HWND window = ZqCreateWindow(&QuietWindow, 0);
+  ASSERT_EQ(chain.prop->SetNotifyWindow(window, 7), S_OK);
+  auto* filter = static_cast<CZqVstWrapTransform*>(chain.prop);
+  auto* master = new CVstMaster(filter);  // what the plug-in's calls reach
+
+  EXPECT_EQ(master->SizeWindow(320, 240), S_OK);
+  ZQVSTRECT rect{};
+  ASSERT_EQ(chain.prop->GetEditorRect(&rect), S_OK);
+  EXPECT_EQ(rect.right, 320);
+  EXPECT_EQ(rect.bottom, 240);
+  // A display update tells only when a cached value moved.
+  EXPECT_EQ(master->UpdateDisplay(), S_FALSE);
+  ASSERT_EQ(filter->Effect()->SetParameter(0, 0.125f), S_OK);
+  EXPECT_EQ(master->UpdateDisplay(), S_OK);
+  float value = 0;
+  EXPECT_EQ(chain.prop->GetParamValue(0, &value), S_OK);
+  EXPECT_EQ(value, 0.125f);
+
+  std::vector<WPARAM> got;
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+    if (msg.message == WM_COMMAND) got.push_back(msg.wParam);
+  EXPECT_EQ(got, (std::vector<WPARAM>{7 | 200u << 16, 7 | 300u << 16}));
+  master->Release();
+  DestroyWindow(window);
 }
 
 }  // namespace

@@ -103,6 +103,29 @@ TEST(FilterStream, ADiscontinuityRestartsTheLatencyAndRebasesTime) {
   EXPECT_EQ(delay.State(kSlotStartCount), 2) << "processing was restarted at the break";
 }
 
+TEST(FilterStream, AFlushKeepsTheLatencyStillToDiscardAndTheTimes) {
+  PureDelayChain chain;
+  chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 44100, 16), Pcm16Ramp(48 * 3), 48);
+  chain.source->SetStartTime(5000000);
+  ASSERT_EQ(chain.ConnectAll(), S_OK);
+  ASSERT_EQ(chain.graph->Run(), S_OK);
+  ASSERT_EQ(chain.source->PushNext(), S_OK);
+  ASSERT_EQ(chain.in->BeginFlush(), S_OK);
+  ASSERT_EQ(chain.in->EndFlush(), S_OK);
+  ASSERT_EQ(chain.source->PushNext(), S_OK);
+  // Only the next discontinuity resets them: 64 - 48 frames are still
+  // discarded, and the first output keeps the stream's first time.
+  const std::vector<ZqReceivedSample> got = chain.sink->Samples();
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].data.size(), 32u * 4);
+  EXPECT_TRUE(got[0].discontinuity);
+  EXPECT_EQ(got[0].start, 5000000);
+  const std::vector<ZqSinkEvent> events = chain.sink->Events();
+  ASSERT_GE(events.size(), 3u);
+  EXPECT_EQ(events[events.size() - 3].kind, ZqSinkEventKind::BeginFlush);
+  EXPECT_EQ(events[events.size() - 2].kind, ZqSinkEventKind::EndFlush);
+}
+
 TEST(FilterStream, EndOfStreamAfterStopAndRestartWithoutReconnectionHasNoTail) {
   PureDelayChain chain;
   const size_t frames = 256 * 4;

@@ -39,6 +39,12 @@ HRESULT CZqPlugInInputPin::Receive(IMediaSample* sample) {
   return m_owner->Receive(sample);
 }
 
+// The output is reconnected here rather than in CompleteConnect, where the
+// input's new type is set: the output's buffers are sized from the input's
+// allocator, which upstream chooses only after CompleteConnect.  The pending
+// flag set there is cleared by the first allocator upstream then accepts
+// from us, whether or not a graph and a connected output are still there to
+// reconnect; an allocator refused by the base leaves it pending.
 HRESULT CZqPlugInInputPin::NotifyAllocator(IMemAllocator* allocator, BOOL readOnly) {
   HRESULT hr = CTransformInputPin::NotifyAllocator(allocator, readOnly);
   if (FAILED(hr) || !m_owner->m_reconnectOutput) return hr;
