@@ -22,17 +22,7 @@ class ProberTest : public ::testing::Test {
   }
 
   // The report's lines keyed by their beginning "<opcode name> <index> <value>".
-  std::vector<std::string> Report() const {
-    std::vector<std::string> lines;
-    std::string text = report_();
-    size_t start = 0;
-    while (start < text.size()) {
-      size_t end = text.find('\n', start);
-      lines.push_back(text.substr(start, end - start));
-      start = end + 1;
-    }
-    return lines;
-  }
+  std::vector<std::string> Report() const { return SplitLines(report_()); }
   std::string Line(const std::string& prefix) const {
     for (const auto& line : Report())
       if (line.compare(0, prefix.size(), prefix) == 0) return line;

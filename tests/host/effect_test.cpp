@@ -194,6 +194,9 @@ TEST(EffectNames, InfoStringsAndTheFileNameForAnEmptyName) {
   EXPECT_EQ(info.uniqueID, ZqVstFourCC("ZqGn"));
   EXPECT_EQ(info.vendorVersion, 1000);
   EXPECT_EQ(info.numParams, 4);
+  Loaded uneven("zqtest_2in1out");
+  ASSERT_EQ(uneven->GetEffectInfo(&info), S_OK);
+  EXPECT_EQ(info.numInputs * 10 + info.numOutputs, 21);
   VstParamProperties props;
   ASSERT_EQ(effect->GetParameterProperties(2, &props), S_OK);
   EXPECT_EQ(Narrow(props.label), "Channel mode");

@@ -32,12 +32,7 @@ class LogTest : public ::testing::Test {
     all << in.rdbuf();
     return all.str();
   }
-  static std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-  }
+  static std::vector<std::string> Lines(const std::string& text) { return SplitLines(text); }
 
   std::string path_;
   std::u16string wide_;

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,13 @@ inline std::u16string PluginPath(const char* name) {
 }
 
 inline std::string Narrow(const WCHAR* text) { return ZqUtf16ToUtf8(text ? text : u""); }
+
+inline std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
 
 // An effect made in this process, released at the end of the scope.
 struct Loaded {
@@ -71,18 +79,7 @@ class PluginRecord {
   bool ok() const { return log_ && clear_ && state_; }
   HMODULE module() const { return module_; }
   std::string Log() const { return log_ ? log_() : ""; }
-  std::vector<std::string> Lines() const {
-    std::vector<std::string> lines;
-    std::string text = Log();
-    size_t start = 0;
-    while (start < text.size()) {
-      size_t end = text.find('\n', start);
-      if (end == std::string::npos) end = text.size();
-      lines.push_back(text.substr(start, end - start));
-      start = end + 1;
-    }
-    return lines;
-  }
+  std::vector<std::string> Lines() const { return SplitLines(Log()); }
   void Clear() const {
     if (clear_) clear_();
   }
