@@ -36,147 +36,99 @@ ZqComPtr<IStream> MakeTemplate(tZQLIST* list) {
   return s;
 }
 
-std::vector<BYTE> Expected(const std::vector<std::vector<BYTE>*>& records) {
+// The header {12, 100, element count} and the records.
+std::vector<BYTE> Expected(const std::vector<std::vector<BYTE>*>& records, DWORD count) {
   std::vector<BYTE> out(12);
-  const DWORD header[3] = {12, 100, static_cast<DWORD>(records.size())};
+  const DWORD header[3] = {12, 100, count};
   std::memcpy(out.data(), header, 12);
   for (auto* r : records) out.insert(out.end(), r->begin(), r->end());
   return out;
 }
 
-TEST(ListStream, TwoRecordsMakeAHeaderAndTheRecords) {
-  auto a = Record(20, 0xA0);
-  auto b = Record(30, 0xB0);
-  auto list = MakeList({a.data(), b.data()});
-  auto s = MakeTemplate(list.get());
+std::vector<BYTE> ReadAll(IStream* s, ULONG piece) {
+  std::vector<BYTE> got;
+  BYTE buffer[100];
+  for (int guard = 0; guard < 200; ++guard) {
+    IoResult r = ReadInto(s, buffer, piece);
+    got.insert(got.end(), buffer, buffer + r.count);
+    if (r.count < piece) break;
+  }
+  return got;
+}
 
-  std::vector<BYTE> got(62);
-  IoResult r = ReadInto(s.Get(), got.data(), 62);
-  EXPECT_EQ(r.status, S_OK);
-  ASSERT_EQ(r.count, 62u);
-  EXPECT_EQ(got, Expected({&a, &b}));
-
+TEST(ListStream, HeaderAndRecordsReadTheSameInAnyPieces) {
+  auto a = Record(20, 0xA0), b = Record(30, 0xB0), c = Record(4, 0xC0);
+  auto list = MakeList({a.data(), b.data(), c.data()}, ZQLIST_LOCKED);
+  for (ULONG piece : {1u, 5u, 7u, 12u, 13u, 100u})
+    EXPECT_EQ(ReadAll(MakeTemplate(list.get()).Get(), piece), Expected({&a, &b, &c}, 3)) << "pieces of " << piece;
   // Past the end the status is that of the walk's last step: the record
   // given last is refused once (E_FAIL), after which no step is left and the
   // status stays at its starting value.
-  r = ReadInto(s.Get(), got.data(), 10);
-  EXPECT_EQ(r.count, 0u);
-  EXPECT_EQ(r.status, E_FAIL);
-  r = ReadInto(s.Get(), got.data(), 10);
-  EXPECT_EQ(r.count, 0u);
-  EXPECT_EQ(r.status, E_INVALIDARG);
+  auto s = MakeTemplate(list.get());
+  BYTE buffer[66];
+  ASSERT_EQ(ReadInto(s.Get(), buffer, 66).count, 66u);
+  EXPECT_EQ(ReadInto(s.Get(), buffer, 10).status, E_FAIL);
+  EXPECT_EQ(ReadInto(s.Get(), buffer, 10).status, E_INVALIDARG);
 }
 
-TEST(ListStream, ReadingInPiecesGivesTheSameBytes) {
-  auto a = Record(20, 0xA0);
-  auto b = Record(30, 0xB0);
-  auto c = Record(4, 0xC0);
-  auto list = MakeList({a.data(), b.data(), c.data()});
-  const std::vector<BYTE> want = Expected({&a, &b, &c});
-  for (ULONG piece : {1u, 5u, 7u, 12u, 13u, 100u}) {
-    auto s = MakeTemplate(list.get());
-    std::vector<BYTE> got;
-    BYTE buffer[100];
-    for (int guard = 0; guard < 200; ++guard) {
-      IoResult r = ReadInto(s.Get(), buffer, piece);
-      got.insert(got.end(), buffer, buffer + r.count);
-      if (r.count < piece) break;
-    }
-    EXPECT_EQ(got, want) << "pieces of " << piece;
-  }
-}
-
-TEST(ListStream, HeaderCountIsTakenWhenTheHeaderIsRead) {
-  auto a = Record(8, 1);
+TEST(ListStream, TheHeaderCountsElementsWhenReadAndRepeatsAndNullsAreSkipped) {
+  auto a = Record(6, 0xA0), b = Record(5, 0xB0);
   auto list = MakeList({});
   auto s = MakeTemplate(list.get());
-  void* e = a.data();
-  ASSERT_EQ(ZqList_InsertList(list.get(), -1, &e, 1), S_OK);
-  DWORD header[3] = {};
-  ASSERT_EQ(ReadInto(s.Get(), header, 12).count, 12u);
-  EXPECT_EQ(header[0], 12u);
-  EXPECT_EQ(header[1], 100u);
-  EXPECT_EQ(header[2], 1u);
-
-  auto empty = MakeList({});
-  auto t = MakeTemplate(empty.get());
-  BYTE buffer[32];
-  IoResult r = ReadInto(t.Get(), buffer, 32);
-  EXPECT_EQ(r.count, 12u) << "an empty list is just the header";
-  EXPECT_EQ(buffer[8], 0);
-}
-
-TEST(ListStream, RepeatedAndNullElementsAreSkipped) {
-  auto a = Record(6, 0xA0);
-  auto b = Record(5, 0xB0);
+  EXPECT_EQ(ReadAll(MakeTemplate(list.get()).Get(), 32), Expected({}, 0)) << "an empty list is just the header";
   // The same record twice in a row is refused the second time, so it is
   // read once; a null element gives nothing and the walk goes on.
-  auto list = MakeList({a.data(), a.data(), nullptr, b.data()});
-  auto s = MakeTemplate(list.get());
-  std::vector<BYTE> got(64);
-  IoResult r = ReadInto(s.Get(), got.data(), 64);
-  got.resize(r.count);
-  std::vector<BYTE> want = Expected({&a, &b});
-  want[8] = 4;  // the header counts the elements, not the records read
-  EXPECT_EQ(got, want);
+  for (void* e : {static_cast<void*>(a.data()), static_cast<void*>(a.data()), static_cast<void*>(nullptr),
+                  static_cast<void*>(b.data())})
+    ASSERT_EQ(ZqList_InsertList(list.get(), -1, &e, 1), S_OK);
+  EXPECT_EQ(ReadAll(s.Get(), 64), Expected({&a, &b}, 4)) << "elements added after creation are counted";
 }
 
 TEST(ListStream, SeekRewindsJumpsToTheEndAndWalksItems) {
-  auto a = Record(20, 0xA0);
-  auto b = Record(30, 0xB0);
+  auto a = Record(20, 0xA0), b = Record(30, 0xB0);
   auto list = MakeList({a.data(), b.data()});
   auto s = MakeTemplate(list.get());
   std::vector<BYTE> got(62);
   ASSERT_EQ(ReadInto(s.Get(), got.data(), 40).count, 40u);
-
-  SeekResult r = SeekTo(s.Get(), 12345, STREAM_SEEK_SET);
-  EXPECT_EQ(r.status, S_OK);
-  EXPECT_EQ(r.position, 0u) << "origin 0 rewinds to the header whatever the offset";
-  ASSERT_EQ(ReadInto(s.Get(), got.data(), 62).count, 62u) << "and the whole stream reads again";
-  EXPECT_EQ(got, Expected({&a, &b}));
-
-  r = SeekTo(s.Get(), 0, STREAM_SEEK_END);
-  EXPECT_EQ(r.status, S_OK);
-  EXPECT_EQ(r.position, 2u) << "past the last item: the item count, not a byte position";
-  EXPECT_EQ(ReadInto(s.Get(), got.data(), 10).count, 0u);
-
-  // Origin 1 walks forward through bytes, reporting the item index.
-  ASSERT_EQ(SeekTo(s.Get(), 0, STREAM_SEEK_SET).status, S_OK);
-  r = SeekTo(s.Get(), 10, STREAM_SEEK_CUR);
-  EXPECT_EQ(r.status, S_OK);
-  EXPECT_EQ(r.position, 0u) << "still in the header";
-  r = SeekTo(s.Get(), 22, STREAM_SEEK_CUR);
-  EXPECT_EQ(r.status, S_OK);
-  EXPECT_EQ(r.position, 0u) << "at the end of the first record";
-  IoResult read = ReadInto(s.Get(), got.data(), 30);
-  ASSERT_EQ(read.count, 30u);
+  struct Case {
+    LONGLONG offset;
+    DWORD origin;
+    HRESULT status;
+    ULONGLONG position;  // an item index, not a byte position
+  } cases[] = {
+      {12345, STREAM_SEEK_SET, S_OK, 0},  // origin 0 rewinds to the header whatever the offset
+      {0, STREAM_SEEK_END, S_OK, 2},      // past the last item
+      {0, STREAM_SEEK_SET, S_OK, 0},
+      {10, STREAM_SEEK_CUR, S_OK, 0},  // still in the header
+      {22, STREAM_SEEK_CUR, S_OK, 0},  // at the end of the first record
+  };
+  for (const Case& c : cases) {
+    SeekResult r = SeekTo(s.Get(), c.offset, c.origin);
+    EXPECT_EQ(r.status, c.status) << c.offset << " from " << c.origin;
+    EXPECT_EQ(r.position, c.position) << c.offset << " from " << c.origin;
+  }
+  ASSERT_EQ(ReadInto(s.Get(), got.data(), 30).count, 30u);
   EXPECT_TRUE(std::equal(b.begin(), b.end(), got.begin())) << "the second record follows";
-  EXPECT_EQ(Tell(s.Get()), 1u);
-  r = SeekTo(s.Get(), 5, STREAM_SEEK_CUR);
+  SeekResult r = SeekTo(s.Get(), 5, STREAM_SEEK_CUR);
   EXPECT_EQ(r.status, E_FAIL) << "walking past the end";
   EXPECT_EQ(r.position, 2u);
   EXPECT_EQ(SeekTo(s.Get(), 0, 9).status, STG_E_INVALIDFUNCTION);
+  ASSERT_EQ(SeekTo(s.Get(), 0, STREAM_SEEK_SET).status, S_OK);
+  EXPECT_EQ(ReadAll(s.Get(), 100), Expected({&a, &b}, 2)) << "the whole stream reads again";
 }
 
-// A subclass that fails for chosen elements.
+// A subclass that fails for a chosen element.
 class PickyStream final : public CZqListStream {
  public:
   PickyStream(tZQLIST* list, void* refused) : CZqListStream(list), refused_(refused) {}
   HRESULT GetItem(void* element, const BYTE** data, ULONG* length) override {
-    ++calls;
     if (element != nullptr && element == refused_) return ZQ_E_NOT_FOUND;
-    if (element == nullptr || element == last_) {
-      last_ = nullptr;
-      *data = nullptr;
-      *length = 0;
-      return element == nullptr ? S_OK : E_FAIL;
-    }
-    last_ = element;
-    *data = static_cast<const BYTE*>(element);
-    *length = 3;
-    return S_OK;
+    const bool none = element == nullptr || element == last_;  // a repeat gives nothing, once
+    last_ = none ? nullptr : element;
+    *data = none ? nullptr : static_cast<const BYTE*>(element);
+    *length = none ? 0 : 3;
+    return none && element != nullptr ? E_FAIL : S_OK;
   }
-  int calls = 0;
 
  private:
   ~PickyStream() override = default;
@@ -187,81 +139,39 @@ class PickyStream final : public CZqListStream {
 TEST(ListStream, AFailingItemIsUsedUpButTheFirstEndsTheRead) {
   BYTE x[3] = {1, 2, 3}, y[3] = {4, 5, 6}, z[3] = {7, 8, 9};
   auto list = MakeList({x, y, z});
-  {
-    auto* raw = new (std::nothrow) PickyStream(list.get(), y);
-    auto s = ZqComPtr<IStream>::Adopt(raw);
-    BYTE got[32];
-    IoResult r = ReadInto(s.Get(), got, 32);
-    ASSERT_EQ(r.count, 18u) << "the refused middle item is passed over";
-    EXPECT_EQ(got[12], 1);
-    EXPECT_EQ(got[15], 7);
-  }
-  {
-    auto* raw = new (std::nothrow) PickyStream(list.get(), x);
-    auto s = ZqComPtr<IStream>::Adopt(raw);
-    BYTE got[32];
-    IoResult r = ReadInto(s.Get(), got, 32);
-    EXPECT_EQ(r.count, 12u) << "a failure on the first element ends the read after the header";
-    EXPECT_EQ(r.status, ZQ_E_NOT_FOUND);
-    r = ReadInto(s.Get(), got, 32);
-    EXPECT_EQ(r.count, 6u) << "the next read passes it over";
-    EXPECT_EQ(got[0], 4);
-  }
+  BYTE got[32];
+  auto middle = ZqComPtr<IStream>::Adopt(new (std::nothrow) PickyStream(list.get(), y));
+  IoResult r = ReadInto(middle.Get(), got, 32);
+  ASSERT_EQ(r.count, 18u) << "the refused middle item is passed over";
+  EXPECT_EQ(got[15], 7);
+  auto first = ZqComPtr<IStream>::Adopt(new (std::nothrow) PickyStream(list.get(), x));
+  r = ReadInto(first.Get(), got, 32);
+  EXPECT_EQ(r.count, 12u) << "a failure on the first element ends the read after the header";
+  EXPECT_EQ(r.status, ZQ_E_NOT_FOUND);
+  r = ReadInto(first.Get(), got, 32);
+  EXPECT_EQ(r.count, 6u) << "the next read passes it over";
+  EXPECT_EQ(got[0], 4);
 }
 
-TEST(ListStream, WithoutAListOrBufferNothingWorks) {
-  auto* raw = new (std::nothrow) CZqTemplateStream(nullptr);
-  auto s = ZqComPtr<IStream>::Adopt(raw);
+TEST(ListStream, IsReadOnlyAndNeedsAListAndABuffer) {
+  auto s = ZqComPtr<IStream>::Adopt(new (std::nothrow) CZqTemplateStream(nullptr));
   BYTE b[4];
   EXPECT_EQ(ReadInto(s.Get(), b, 4).status, ZQ_E_STREAM_NO_LIST);
   EXPECT_EQ(SeekTo(s.Get(), 0, STREAM_SEEK_SET).status, ZQ_E_STREAM_NO_LIST);
   EXPECT_EQ(ZQ_E_STREAM_NO_LIST, static_cast<HRESULT>(0x800A0026));
+  IStream* none = reinterpret_cast<IStream*>(1);
+  EXPECT_EQ(ZqFio_MakeTemplateListIStream(nullptr, &none), E_INVALIDARG);
+  EXPECT_EQ(none, nullptr);
 
   auto list = MakeList({});
   auto t = MakeTemplate(list.get());
   ULONG n = 7;
   EXPECT_EQ(t->Read(nullptr, 4, &n), E_INVALIDARG);
   EXPECT_EQ(n, 0u);
-  IStream* none = reinterpret_cast<IStream*>(1);
-  EXPECT_EQ(ZqFio_MakeTemplateListIStream(nullptr, &none), E_INVALIDARG);
-  EXPECT_EQ(none, nullptr);
-  EXPECT_EQ(ZqFio_MakeTemplateListIStream(list.get(), nullptr), E_INVALIDARG);
-  none = reinterpret_cast<IStream*>(1);
-  {
-    ZqScopedAllocFailure fail(1, ZQMEMFAIL_CALLING_THREAD);
-    EXPECT_EQ(ZqFio_MakeTemplateListIStream(list.get(), &none), E_OUTOFMEMORY);
-  }
-  EXPECT_EQ(none, nullptr);
-}
-
-TEST(ListStream, ALockedListReadsTheSame) {
-  auto a = Record(9, 0xA0);
-  auto list = MakeList({a.data()}, ZQLIST_LOCKED);
-  auto s = MakeTemplate(list.get());
-  std::vector<BYTE> got(32);
-  IoResult r = ReadInto(s.Get(), got.data(), 32);
-  got.resize(r.count);
-  EXPECT_EQ(got, Expected({&a}));
-}
-
-TEST(ListStream, IsReadOnlyAndCountsReferences) {
-  auto list = MakeList({});
-  const LONG_PTR before = ZqMemory_GetLiveBlocks();
-  IStream* s = nullptr;
-  ASSERT_EQ(ZqFio_MakeTemplateListIStream(list.get(), &s), S_OK);
-  ExpectStreamIdentity(s);
-  ExpectUnofferedOperations(s);
-  const BYTE b = 0;
-  EXPECT_EQ(WriteFrom(s, &b, 1).status, E_NOTIMPL);
+  EXPECT_EQ(WriteFrom(t.Get(), b, 1).status, E_NOTIMPL);
   STATSTG stat{};
-  EXPECT_EQ(s->Stat(&stat, STATFLAG_NONAME), E_NOTIMPL);
-  IStream* clone = nullptr;
-  EXPECT_EQ(s->Clone(&clone), E_NOTIMPL);
-  EXPECT_EQ(s->AddRef(), 2u);
-  EXPECT_EQ(s->Release(), 1u);
-  EXPECT_EQ(s->Release(), 0u);
-  EXPECT_EQ(ZqMemory_GetLiveBlocks(), before) << "the stream is freed; the list is the caller's";
-  EXPECT_TRUE(ZqList_IsListFast(list.get()));
+  EXPECT_EQ(t->Stat(&stat, STATFLAG_NONAME), E_NOTIMPL);
+  EXPECT_EQ(t->Clone(&none), E_NOTIMPL);
 }
 
 }  // namespace

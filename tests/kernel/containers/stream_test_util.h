@@ -58,33 +58,6 @@ inline std::vector<BYTE> Pattern(size_t size) {
   return v;
 }
 
-// The operations that no stream offers answer E_NOTIMPL.
-inline void ExpectUnofferedOperations(IStream* s) {
-  ULARGE_INTEGER any;
-  any.QuadPart = 1;
-  EXPECT_EQ(s->SetSize(any), E_NOTIMPL);
-  EXPECT_EQ(s->CopyTo(nullptr, any, nullptr, nullptr), E_NOTIMPL);
-  EXPECT_EQ(s->Commit(0), E_NOTIMPL);
-  EXPECT_EQ(s->Revert(), E_NOTIMPL);
-  EXPECT_EQ(s->LockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
-  EXPECT_EQ(s->UnlockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
-}
-
-// IUnknown and IStream with one identity, and nothing that is not a stream.
-inline void ExpectStreamIdentity(IStream* s) {
-  void* unknown = nullptr;
-  void* stream = nullptr;
-  ASSERT_EQ(s->QueryInterface(IID_IUnknown, &unknown), S_OK);
-  ASSERT_EQ(s->QueryInterface(IID_IStream, &stream), S_OK);
-  EXPECT_EQ(stream, static_cast<void*>(s));
-  EXPECT_EQ(unknown, static_cast<void*>(static_cast<IUnknown*>(s)));
-  static_cast<IUnknown*>(unknown)->Release();
-  static_cast<IUnknown*>(stream)->Release();
-  void* other = reinterpret_cast<void*>(1);
-  EXPECT_EQ(s->QueryInterface(IID_IPersistStream, &other), E_NOINTERFACE);
-  EXPECT_EQ(other, nullptr);
-}
-
 // A file in the temporary folder, deleted at the end.
 class TempFile {
  public:
