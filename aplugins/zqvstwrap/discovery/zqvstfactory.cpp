@@ -1,37 +1,23 @@
 #include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
 
-#include <atomic>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
-#include "platform/sync.h"
+#include "aplugins/zqvstwrap/discovery/zqvstcache.h"
 #include "platform/text.h"
 
 namespace {
 
-
-// The record list.  It is the mapper's; until the mapper exists a test or a
-// host fills it through ZqVstRecords_Add.  Null means "no list", which is
-// different from an empty list only in name: neither resolves anything.
-struct RecordList {
-  CRITICAL_SECTION lock;
-  std::vector<ZqVstPluginRecord> records;
-  RecordList() { InitializeCriticalSection(&lock); }
-  ~RecordList() { DeleteCriticalSection(&lock); }
+// Latency and tail of the plug-ins a test load opened, which the mapping
+// record has no room for.
+struct Timing {
+  CLSID clsid;
+  LONG latency;
+  LONG tail;
 };
-std::atomic<RecordList*> g_records{nullptr};
-
-RecordList* EnsureList() {
-  RecordList* list = g_records.load();
-  if (list) return list;
-  RecordList* made = new (std::nothrow) RecordList();
-  if (!made) return nullptr;
-  if (!g_records.compare_exchange_strong(list, made)) {
-    delete made;
-    return list;
-  }
-  return made;
-}
+std::mutex g_timingLock;
+std::vector<Timing> g_timings;
 
 // Copies at most `size` - 1 characters and terminates, as the fixed buffers
 // of the records want.
@@ -42,64 +28,70 @@ void CopyTruncating(WCHAR* dst, const WCHAR* src, int size) { lstrcpynW(dst, src
 // --- Records ------------------------------------------------------------------
 
 HRESULT ZqVstRecords_Add(const ZqVstPluginRecord& record) {
-  if (ZqVstRoleOf(record.clsid) != ZQVSTROLE_FILTER) return E_INVALIDARG;
-  RecordList* list = EnsureList();
-  if (!list) return E_OUTOFMEMORY;
-  ZqVstPluginRecord copy = record;
-  ZqVstMakeRoleClsids(copy.clsid, nullptr, &copy.editorPageClsid, &copy.paramsPageClsid);
-  copy.path[259] = 0;
-  copy.name[63] = 0;
-  EnterCriticalSection(&list->lock);
-  bool replaced = false;
-  for (auto& r : list->records) {
-    if (IsEqualGUID(r.clsid, copy.clsid)) {
-      r = copy;
-      replaced = true;
-      break;
-    }
-  }
-  if (!replaced) list->records.push_back(copy);
-  LeaveCriticalSection(&list->lock);
-  return S_OK;
+  VstMapping m{};
+  m.Clsid = record.clsid;
+  CopyTruncating(m.Path, record.path, 260);
+  CopyTruncating(m.Name, record.name, 64);
+  m.Flags = record.flags;
+  m.State = record.state;
+  m.Properties.uniqueID = static_cast<LONG>(record.clsid.Data1);
+  const HRESULT hr = ZqVstCache_EnterMapping(m);
+  if (SUCCEEDED(hr)) ZqVstRecords_SetTiming(record.clsid, record.latencyFrames, record.tailFrames);
+  return hr;
 }
 
 HRESULT ZqVstRecords_Find(REFCLSID clsid, ZqVstPluginRecord* out) {
-  RecordList* list = g_records.load();
-  if (!list || ZqVstRoleOf(clsid) == ZQVSTROLE_NONE) return ZQ_E_NOT_FOUND;
-  HRESULT hr = ZQ_E_NOT_FOUND;
-  EnterCriticalSection(&list->lock);
-  for (const auto& r : list->records) {
-    if (IsEqualGUID(r.clsid, clsid) || IsEqualGUID(r.editorPageClsid, clsid) ||
-        IsEqualGUID(r.paramsPageClsid, clsid)) {
-      if (out) *out = r;
-      hr = S_OK;
-      break;
+  tZQLIST* list = *ZqVstCache_Mappings();
+  const INT index = ZqVstFindMapping(list, clsid);
+  if (index < 0) return ZQ_E_NOT_FOUND;
+  if (!out) return S_OK;
+  const VstMapping* m = ZqVstMappingAt(list, index);
+  std::memset(out, 0, sizeof(*out));
+  out->clsid = m->Clsid;
+  out->editorPageClsid = m->EditorPageClsid;
+  out->paramsPageClsid = m->ParamsPageClsid;
+  CopyTruncating(out->path, m->Path, 260);
+  CopyTruncating(out->name, m->Name, 64);
+  out->flags = m->Flags;
+  out->state = m->State;
+  out->latencyFrames = m->Properties.initialDelay;
+  std::lock_guard<std::mutex> hold(g_timingLock);
+  for (const Timing& t : g_timings)
+    if (IsEqualGUID(t.clsid, m->Clsid)) {
+      out->latencyFrames = t.latency;
+      out->tailFrames = t.tail;
     }
-  }
-  LeaveCriticalSection(&list->lock);
-  return hr;
+  return S_OK;
 }
 
 HRESULT ZqVstRecords_SetState(REFCLSID clsid, DWORD bits) {
-  RecordList* list = g_records.load();
-  if (!list || ZqVstRoleOf(clsid) == ZQVSTROLE_NONE) return ZQ_E_NOT_FOUND;
-  HRESULT hr = ZQ_E_NOT_FOUND;
-  EnterCriticalSection(&list->lock);
-  for (auto& r : list->records) {
-    if (IsEqualGUID(r.clsid, clsid) || IsEqualGUID(r.editorPageClsid, clsid) ||
-        IsEqualGUID(r.paramsPageClsid, clsid)) {
-      r.state |= bits;
-      hr = S_OK;
-      break;
-    }
-  }
-  LeaveCriticalSection(&list->lock);
-  return hr;
+  if (bits & VMS_LOADED) return ZqVstCache_SetLoaded(clsid);
+  tZQLIST* list = *ZqVstCache_Mappings();
+  const INT index = ZqVstFindMapping(list, clsid);
+  if (index < 0) return ZQ_E_NOT_FOUND;
+  ZqVstMappingAt(list, index)->State |= bits;
+  return S_OK;
 }
 
-void ZqVstRecords_Destroy() { delete g_records.exchange(nullptr); }
+HRESULT ZqVstRecords_SetTiming(REFCLSID clsid, LONG latencyFrames, LONG tailFrames) {
+  std::lock_guard<std::mutex> hold(g_timingLock);
+  for (Timing& t : g_timings)
+    if (IsEqualGUID(t.clsid, clsid)) {
+      t.latency = latencyFrames;
+      t.tail = tailFrames;
+      return S_OK;
+    }
+  g_timings.push_back({clsid, latencyFrames, tailFrames});
+  return S_OK;
+}
 
-bool ZqVstRecords_Exist() { return g_records.load() != nullptr; }
+void ZqVstRecords_Destroy() {
+  ZqVstCache_Destroy();
+  std::lock_guard<std::mutex> hold(g_timingLock);
+  g_timings.clear();
+}
+
+bool ZqVstRecords_Exist() { return *ZqVstCache_Mappings() != nullptr; }
 
 // --- CZqVstFactory --------------------------------------------------------------
 
@@ -107,24 +99,27 @@ CZqVstFactory::CZqVstFactory(REFCLSID requested) { m_requested = requested; }
 
 HRESULT CZqVstFactory::Initialize() {
   if (!IsEqualGUID(m_requested, CLSID_ZqVstWrapFilterMapper)) {
-    ZqVstPluginRecord record;
-    if (FAILED(ZqVstRecords_Find(m_requested, &record))) return CLASS_E_CLASSNOTAVAILABLE;
-    m_filter = record.clsid;
-    m_editorPage = record.editorPageClsid;
-    m_paramsPage = record.paramsPageClsid;
-    CopyTruncating(m_name, record.name, 64);
-    CopyTruncating(m_path, record.path, 260);
-    m_flags = record.flags;
+    const tZQLIST* list = *ZqVstCache_Mappings();
+    const INT index = ZqVstFindMapping(list, m_requested);
+    if (index < 0) return CLASS_E_CLASSNOTAVAILABLE;
+    const VstMapping* m = ZqVstMappingAt(list, index);
+    m_filter = m->Clsid;
+    m_editorPage = m->EditorPageClsid;
+    m_paramsPage = m->ParamsPageClsid;
+    CopyTruncating(m_name, m->Name, 64);
+    CopyTruncating(m_path, m->Path, 260);
+    m_flags = m->Flags;
   }
   m_ready = TRUE;
   return S_OK;
 }
 
-// A filter made for a record marks the record as loaded in this process, so
-// that the mapper can show it as such.
+// A filter made for a mapping marks it as loaded in this process, so that a
+// later write of the cache keeps it while the filter lives, and tells a
+// host cache.
 ZqVstBuiltObject CZqVstFactory::BuildFilter(IUnknown* outer, HRESULT* status) {
   ZqVstBuiltObject built = ZqVstBuildFilter(outer, m_filter, m_path, m_name, m_flags, status);
-  if (built.unknown) ZqVstRecords_SetState(m_filter, ZQVST_VMS_LOADED);
+  if (built.unknown) ZqVstCache_SetLoaded(m_filter);
   return built;
 }
 

@@ -5,13 +5,12 @@
 // Nothing is registered anywhere.  Every plug-in has three class identifiers
 // of its own (filter, Editor page, Params page) which share their first ten
 // bytes; the last six bytes name the role.  One identifier is fixed: the
-// mapper's.  A class identifier resolves only while the record list holds a
-// record for it, which the mapper fills when it loads its cache.
+// mapper's.  A class identifier resolves only while the cache's mapping list
+// holds a mapping for it, which the mapper fills when it loads its cache.
 //
 // Threads: factories are per-call objects and share nothing; the counters
-// are atomic.  The record list is written by the mapper's thread while no
-// filter is being created, and read without the list lock's help otherwise
-// (the lock here only keeps tests that add records from racing each other).
+// are atomic.  The mapping list is written by the mapper's thread while no
+// filter is being created, and read without a lock otherwise.
 #pragma once
 
 #include "aplugins/zqvstwrap/filter/zqvstwrap_build.h"
@@ -20,32 +19,37 @@
 #include "kernel/com/unknown.h"
 #include "base/types.h"
 
-// What the filter and the factory need of one plug-in's cached record.
+// What the filter and the factory need of one plug-in's mapping, for hosts
+// and tests that enter plug-ins by hand instead of through a scan.
 struct ZqVstPluginRecord {
   CLSID clsid;            // the filter's identifier
   CLSID editorPageClsid;  // derived
   CLSID paramsPageClsid;  // derived
   WCHAR path[260];        // the module file
   WCHAR name[64];         // display name
-  DWORD flags;            // ZQVST_VMF_*
-  DWORD state;            // ZQVST_VMS_*
+  DWORD flags;            // VMF_*
+  DWORD state;            // VMS_*
   LONG latencyFrames;     // as the plug-in reported them when it was mapped
   LONG tailFrames;
 };
 
-// --- The process-wide record list ------------------------------------------
+// --- The process-wide mapping list, record by record -------------------------
+// These work on the cache's mapping list (zqvstcache.h).
 
-// Adds a record (copied; the page identifiers are derived from `clsid`), or
-// replaces the one with the same filter identifier.  Creates the list on
-// first use.  E_INVALIDARG when `clsid` is not a filter identifier.
+// Enters a mapping made of `record` (the page identifiers are derived from
+// `clsid`), or replaces the one with the same filter identifier.  Creates the
+// list on first use.  E_INVALIDARG when `clsid` is not a filter identifier.
 HRESULT ZqVstRecords_Add(const ZqVstPluginRecord& record);
-// Finds the record that has `clsid` as any of its three identifiers.
+// Finds the mapping that has `clsid` as any of its three identifiers.
 // ZQ_E_NOT_FOUND when the list does not exist, the identifier fits no role
-// (the list is not searched then) or no record matches.  `out` may be null.
+// (the list is not searched then) or no mapping matches.  `out` may be null.
 HRESULT ZqVstRecords_Find(REFCLSID clsid, ZqVstPluginRecord* out);
-// Ors `bits` into the State of the record found for `clsid`.
+// Ors `bits` into the State of the mapping found for `clsid`.
 HRESULT ZqVstRecords_SetState(REFCLSID clsid, DWORD bits);
-// Deletes the list: afterwards no plug-in identifier resolves.
+// Remembers the latency and tail a plug-in reported when it was opened.
+HRESULT ZqVstRecords_SetTiming(REFCLSID clsid, LONG latencyFrames, LONG tailFrames);
+// Deletes the list and lets the host cache go: afterwards no plug-in
+// identifier resolves.
 void ZqVstRecords_Destroy();
 // Whether the list exists.
 bool ZqVstRecords_Exist();

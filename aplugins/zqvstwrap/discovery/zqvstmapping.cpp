@@ -7,6 +7,7 @@
 
 #include "aplugins/zqvstwrap/vst2abi.h"
 #include "aplugins/zqvstwrap/host/zqvsteffect.h"
+#include "aplugins/zqvstwrap/discovery/zqvstcache.h"
 #include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
 #include "aplugins/zqvstwrap/host/zqvstprobe.h"
 #include "kernel/com/object.h"
@@ -157,14 +158,9 @@ ZQ_API HRESULT ZqVstMapModule(const WCHAR* path, LONG uniqueId, DWORD timeLimitM
   m.Flags = FlagsFromProperties(m.Properties, uniqueId);
   ZqVstMakeMappingClsids(m.Properties.uniqueID, full, m.Name, &m.Clsid, &m.EditorPageClsid, &m.ParamsPageClsid);
 
-  ZqVstPluginRecord record{};
-  record.clsid = m.Clsid;
-  lstrcpynW(record.path, m.Path, 260);
-  lstrcpynW(record.name, m.Name, 64);
-  record.flags = m.Flags;
-  record.latencyFrames = latency;
-  record.tailFrames = tail;
-  return ZqVstRecords_Add(record);
+  const HRESULT entered = ZqVstCache_EnterMapping(m);
+  if (FAILED(entered)) return entered;
+  return ZqVstRecords_SetTiming(m.Clsid, latency, tail);
 }
 
 ZQ_API HRESULT ZqVstGetModuleTiming(REFCLSID clsid, LONG* latencyFrames, LONG* tailFrames) {

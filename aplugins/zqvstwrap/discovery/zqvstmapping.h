@@ -16,8 +16,9 @@
 // command-line host given a file) calls ZqVstMapModule: the module is looked
 // at in a child process first, so that one that hangs or ends its process
 // cannot take the host with it, then opened in process to read what it is.
-// Afterwards the filter identifier resolves through DllGetClassObject like
-// any other.
+// The mapping then stands in the cache's mapping list (in memory; the store
+// is written by the scan), offered like one the scan found, and the filter
+// identifier resolves through DllGetClassObject like any other.
 #pragma once
 
 #include "aplugins/zqvstwrap/izqvsteffect.h"
@@ -78,7 +79,8 @@ ZQ_API void ZqVstMakeMappingClsids(LONG uniqueId, const WCHAR* modulePath, const
 // (which may be null).  `uniqueId` picks a sub-plug-in of a shell; 0 takes
 // the module's own plug-in.  `timeLimitMs` bounds the look in the child
 // process (INFINITE: no limit).  The mapping is enabled whatever kind of
-// plug-in it is.  Calling it again for the same module replaces the mapping.
+// plug-in it is.  Calling it again for the same module replaces the mapping
+// and keeps its VMS_LOADED.
 //
 //   S_OK                the mapping is in place: DllGetClassObject(mapping->Clsid) works
 //   ZQ_S_IS_SHELL       the module is a shell and `uniqueId` was 0: nothing
