@@ -613,32 +613,19 @@ HRESULT CBaseOutputPin::DecideAllocator(IMemInputPin* pPin, IMemAllocator** ppAl
   pPin->GetAllocatorRequirements(&props);
   if (props.cbAlign == 0) props.cbAlign = 1;
 
-  HRESULT hr = pPin->GetAllocator(ppAlloc);
-  if (SUCCEEDED(hr)) {
-    hr = DecideBufferSize(*ppAlloc, &props);
-    if (SUCCEEDED(hr)) {
-      hr = pPin->NotifyAllocator(*ppAlloc, FALSE);
-      if (SUCCEEDED(hr)) return S_OK;
+  // The receiver's allocator first, then one of our own; each is sized and
+  // offered to the receiver, and let go when either step fails.
+  auto tryAllocator = [&](HRESULT hr) {
+    if (SUCCEEDED(hr)) hr = DecideBufferSize(*ppAlloc, &props);
+    if (SUCCEEDED(hr)) hr = pPin->NotifyAllocator(*ppAlloc, FALSE);
+    if (FAILED(hr) && *ppAlloc) {
+      (*ppAlloc)->Release();
+      *ppAlloc = nullptr;
     }
-  }
-  if (*ppAlloc) {
-    (*ppAlloc)->Release();
-    *ppAlloc = nullptr;
-  }
-
-  hr = InitAllocator(ppAlloc);
-  if (SUCCEEDED(hr)) {
-    hr = DecideBufferSize(*ppAlloc, &props);
-    if (SUCCEEDED(hr)) {
-      hr = pPin->NotifyAllocator(*ppAlloc, FALSE);
-      if (SUCCEEDED(hr)) return S_OK;
-    }
-  }
-  if (*ppAlloc) {
-    (*ppAlloc)->Release();
-    *ppAlloc = nullptr;
-  }
-  return hr;
+    return hr;
+  };
+  if (SUCCEEDED(tryAllocator(pPin->GetAllocator(ppAlloc)))) return S_OK;
+  return tryAllocator(InitAllocator(ppAlloc));
 }
 
 HRESULT CBaseOutputPin::InitAllocator(IMemAllocator** ppAlloc) { return CreateMemoryAllocator(ppAlloc); }

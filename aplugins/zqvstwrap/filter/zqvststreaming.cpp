@@ -33,6 +33,13 @@ class ParamValues {
 
 // --- Start and stop ---------------------------------------------------------------
 
+void CZqVstWrap::PushEnvelopeValues() {
+  ParamValues values(ParamCount());
+  GetAllParams(values.data());
+  m_dirty = FALSE;
+  PushChangedParamsToEffect(values.data());
+}
+
 HRESULT CZqVstWrap::StartStreaming() {
   StartParamStreaming(m_outFormat.nSamplesPerSec);
   m_spare = 0;
@@ -41,10 +48,7 @@ HRESULT CZqVstWrap::StartStreaming() {
   m_outputFormat = &m_outFormat;
   // The plug-in hears every envelope-driven value before its first block;
   // it is started by that block, not here.
-  ParamValues values(ParamCount());
-  GetAllParams(values.data());
-  m_dirty = FALSE;
-  PushChangedParamsToEffect(values.data());
+  PushEnvelopeValues();
   std::memset(&m_timeRecord, 0, sizeof(m_timeRecord));
   return S_OK;
 }
@@ -155,12 +159,7 @@ HRESULT CZqVstWrap::ProcessFrames(ZqFrameBlock* block) {
   ULONG chunk = UpdateEnvelopes(limit, &changed, 1.0);
   if (chunk > block->inputFrames) chunk = block->inputFrames;
   if (chunk > capacity && capacity > 0) chunk = capacity;
-  if (changed) {
-    ParamValues values(ParamCount());
-    GetAllParams(values.data());
-    m_dirty = FALSE;
-    PushChangedParamsToEffect(values.data());
-  }
+  if (changed) PushEnvelopeValues();
 
   if (!m_effectStarted || block->restart) {
     // Restart processing without switching the plug-in off: its state is

@@ -261,6 +261,9 @@ class CZqVstWrap final : public CZqVstWrapTransform,
   // The parameter cache and the pages follow the plug-in after it changed
   // programs or took a preset or a bank.
   void RefreshAfterLoad();
+  // Every envelope-driven value that differs from the plug-in's goes to it
+  // (on the stack: no allocation on the streaming path).
+  void PushEnvelopeValues();
   // Opens `path` for reading and hands the effect a stream over it.
   HRESULT LoadFromFile(const WCHAR* path, bool bank);
   // Creates `path` and hands the effect a stream over it; a file the effect
