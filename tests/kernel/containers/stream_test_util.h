@@ -13,6 +13,7 @@
 #include "kernel/com/stream.h"
 #include "kernel/memory.h"
 #include "platform/file.h"
+#include "tests/support/test_folder.h"
 
 namespace zqtest {
 
@@ -58,26 +59,16 @@ inline std::vector<BYTE> Pattern(size_t size) {
   return v;
 }
 
-// A file in the temporary folder, deleted at the end.
+// A file in a folder of the test's own, removed at the end with the handles
+// the test left open.
 class TempFile {
  public:
-  explicit TempFile(const char* tag) {
-    WCHAR folder[MAX_PATH];
-    DWORD n = GetTempPathW(MAX_PATH, folder);
-    path_.assign(folder, n);
-    static std::atomic<int> counter{0};
-    std::string name = std::string("zq_stream_") + tag + "_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                       "_" + std::to_string(counter++) + ".bin";
-    for (char c : name) path_.push_back(static_cast<WCHAR>(c));
-    DeleteFileW(path_.c_str());
+  explicit TempFile(const char* tag) : folder_("zq_stream_", tag) {
+    for (char c : (folder_.path() / "file.bin").string()) path_.push_back(static_cast<WCHAR>(c));
   }
   ~TempFile() {
     for (HANDLE h : handles_) CloseHandle(h);
-    DeleteFileW(path_.c_str());
   }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-
   // Opens the file (created when missing); closed at the end unless the test
   // closes it itself (then pass `keep` = false).
   HANDLE Open(DWORD access, bool keep = true) {
@@ -88,7 +79,6 @@ class TempFile {
     return h;
   }
   HANDLE OpenReadWrite() { return Open(GENERIC_READ | GENERIC_WRITE); }
-
   void Fill(const std::vector<BYTE>& bytes) {
     HANDLE h = Open(GENERIC_WRITE, false);
     DWORD n = 0;
@@ -97,6 +87,7 @@ class TempFile {
   }
 
  private:
+  TestFolder folder_;
   std::u16string path_;
   std::vector<HANDLE> handles_;
 };
@@ -116,7 +107,6 @@ class FakeStream final : public ZqComObject<FakeStream, IStream> {
     return n < size ? S_FALSE : S_OK;
   }
   HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override {
-    if (failWrite) return STG_E_MEDIUMFULL;
     if (position_ + size > data_.size()) data_.resize(position_ + size);
     std::memcpy(data_.data() + position_, buffer, size);
     position_ += size;
@@ -124,7 +114,6 @@ class FakeStream final : public ZqComObject<FakeStream, IStream> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* now) override {
-    ++seeks;
     if (failSeek) return STG_E_INVALIDFUNCTION;
     LONGLONG base = origin == STREAM_SEEK_SET ? 0 : origin == STREAM_SEEK_CUR ? position_ : data_.size();
     if (origin > STREAM_SEEK_END || base + move.QuadPart < 0) return STG_E_INVALIDFUNCTION;
@@ -154,12 +143,7 @@ class FakeStream final : public ZqComObject<FakeStream, IStream> {
     return S_OK;
   }
 
-  const std::vector<BYTE>& data() const { return data_; }
-  ULONGLONG position() const { return position_; }
-
   bool failSeek = false;
-  bool failWrite = false;
-  int seeks = 0;
 
  private:
   std::vector<BYTE> data_;
