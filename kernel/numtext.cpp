@@ -319,7 +319,7 @@ ZQ_API LPCWSTR ZqGetLabeledStringFloat(double value, int decimals, double minimu
   WCHAR format[8];
   DecimalsFormat(format, decimals, u'f');
   if (decimals <= 0) {
-    const double rounded = std::nearbyint(value);
+    const double rounded = std::round(value);
     const LONG whole = rounded >= 2147483647.0 ? INT32_MAX : rounded <= -2147483648.0 ? INT32_MIN : static_cast<LONG>(rounded);
     return Labelled(format, whole, label);
   }

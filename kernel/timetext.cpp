@@ -396,6 +396,11 @@ ZQ_API LONGLONG ZqTextToNanoTimeToken2(LPCWSTR text, const _zqposfmt* f, DWORD f
     case ZQPOS_MBT_ZERO:
       v = ZqTextToMusicTimeToken(p, f, flags, nullptr);
       break;
+    case ZQPOS_QUARTERS: {
+      const double quarters = ZqTextToDoubleToken(p, &stop, TRUE);
+      if (f->tempo > 0) v = ToNano(quarters / f->tempo * 6e8);
+      break;
+    }
     case ZQPOS_NANO:
       v = ZqTextToLongLongToken(p, &stop);
       break;
@@ -511,9 +516,11 @@ LONGLONG TicksOf(LPCWSTR text, const _zqposfmt* f, int most, int base, int divid
   for (int i = 0; i < fields.count; ++i) parts[3 - most + i] = fields.value[i];
   LONGLONG measure = parts[0], beat = parts[1];
   const LONGLONG tick = parts[2];
+  // A negative measure is shown without the added 1, so only positive
+  // ones give it back.
   if (base == 1) {
-    if (measure > 0 && most == 3) --measure;
-    if (beat > 0 && most >= 2) --beat;
+    if (measure > 0 && !negative) --measure;
+    if (beat > 0) --beat;
   }
   if (negative) measure = -measure;
   if (divide < 1) divide = 1;

@@ -110,8 +110,10 @@ constexpr DWORD ZQPOS_PARSE_LIMITS = 4;     // fallback for no number, and the l
 
 // Reads a position in the format's mode after blanks and an optional "-"
 // (which negates it).  An empty text gives the fallback.  *end (optional)
-// receives where a number of modes 0, 2, 4, 11, 12 stopped, and the end of
-// the text for the modes read in fields.  With ZQPOS_PARSE_LIMITS a result
+// receives where a number of modes 0, 2, 4, 11, 12, 14 stopped, and the end
+// of the text for the modes read in fields (mode 19 reads as mode 1).  A
+// grouped number of measures or feet ("1,024") does not read back: the
+// group separator separates fields.  With ZQPOS_PARSE_LIMITS a result
 // of 0 with more than blanks at *end takes the fallback, and the result is
 // held to minimum..maximum.  64-bit values come as two words, low then high.
 ZQ_API LONGLONG ZqTextToNanoTimeToken2(LPCWSTR text, const _zqposfmt* format, DWORD fallbackLow, LONG fallbackHigh,
