@@ -87,15 +87,15 @@ endfunction()
 
 # zq_add_test(name SOURCES ... LIBS ... [TIMEOUT seconds])
 # One GoogleTest executable; every TEST is its own ctest case.  Tests find the
-# plug-ins we build through the ZQ_PLUGIN_DIR definition, and every case gets
-# a private store folder through ZQ_REGISTRY_DIR (set per case by the
-# fixture helpers).
+# plug-ins we build through the ZQ_PLUGIN_DIR definition, and every case (one
+# process each) gets private settings and XDG folders before main runs
+# (tests/support/isolated_settings.cpp).
 function(zq_add_test name)
   cmake_parse_arguments(A "" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 120)
   endif()
-  add_executable(${name} ${A_SOURCES})
+  add_executable(${name} ${A_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/isolated_settings.cpp)
   zq_target_defaults(${name})
   target_compile_definitions(${name} PRIVATE
     ZQ_PLUGIN_DIR="${ZQ_PLUGIN_DIR}"
