@@ -13,9 +13,12 @@
 namespace {
 
 std::mutex g_lock;
+// Never destroyed: the kernel's last step at unload (ZqKernel_LateTerminate,
+// run from the library's destructor) still unregisters its module, and the
+// order of static destructors against that step is not ours to choose.
 std::vector<std::pair<HMODULE, const tZQRESOURCEDIR*>>& Registered() {
-  static std::vector<std::pair<HMODULE, const tZQRESOURCEDIR*>> modules;
-  return modules;
+  static auto* modules = new std::vector<std::pair<HMODULE, const tZQRESOURCEDIR*>>;
+  return *modules;
 }
 
 // Numbers sort before texts; texts compare without regard to case.
