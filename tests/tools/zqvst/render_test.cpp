@@ -274,17 +274,18 @@ TEST_F(ZqvstRender, AutomationMovesTheGainAtEachEnvelopeStep) {
 // silence.  Only the first input is cleared for the tail (the effect's
 // buffer rule clears the start of its first input block and no more), so the
 // second channel plays what the last block left in its input again.
-TEST_F(ZqvstRender, TheTailAfterAOneSampleStreamIsDrawnFromClearedFirstInput) {
+TEST_F(ZqvstRender, TheTailAfterAOneSampleStreamIsSilentOnEveryChannel) {
+  // A 10 ms stream is shorter than one block: the tail is drawn from input
+  // planes that held the whole stream, and none of it may come back.
   const Result r = Run({"render", "--plugin", Plugin("zqdelay"), "--signal", "impulse", "--seconds", "0.01",
                         "--rate", "44100", "--set", "Mix=0", "--block", "512", "--output", Path("out.wav")});
   ASSERT_EQ(r.exitCode, 0u) << r.err;
   const Audio a = ReadAudio(Path("out.wav"));
   ASSERT_EQ(a.Frames(), 441u + 64u);
-  EXPECT_EQ(a.At(0, 0), 1.0);
-  EXPECT_EQ(a.At(0, 1), 1.0);
-  for (size_t n = 1; n < a.Frames(); ++n) EXPECT_EQ(a.At(n, 0), 0.0) << "frame " << n;
-  for (size_t n = 1; n < 441; ++n) EXPECT_EQ(a.At(n, 1), 0.0) << "frame " << n;
-  EXPECT_EQ(a.At(441, 1), 1.0);
+  for (size_t channel = 0; channel < 2; ++channel) {
+    EXPECT_EQ(a.At(0, channel), 1.0) << "channel " << channel;
+    for (size_t n = 1; n < a.Frames(); ++n) EXPECT_EQ(a.At(n, channel), 0.0) << "frame " << n << " channel " << channel;
+  }
 }
 
 TEST_F(ZqvstRender, TempoMeterAndTempoMapAreTakenAndTheStreamRuns) {
