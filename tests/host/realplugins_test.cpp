@@ -121,47 +121,4 @@ TEST(RealPluginLatency, LookAheadLimiterTellsItsLatencyAfterTheFirstBlockAndLags
   EXPECT_EQ(effect->Suspend(TRUE), S_OK);
 }
 
-// State as an opaque chunk: what the plug-in gives is what it takes back.
-// A parameter changed in between returns to its value with the chunk.
-class RealPluginChunk : public ::testing::TestWithParam<Installed> {};
-
-std::vector<unsigned char> GetChunk(CZqVstEffect* effect) {
-  void* data = nullptr;
-  const VstIntPtr size = effect->Dispatch(effGetChunk, 0, 0, &data);
-  if (size <= 0 || data == nullptr) return {};
-  const auto* bytes = static_cast<const unsigned char*>(data);
-  return std::vector<unsigned char>(bytes, bytes + size);
-}
-
-TEST_P(RealPluginChunk, GivesBackTheChunkItTook) {
-  const Installed& p = GetParam();
-  if (!std::filesystem::exists(p.path)) GTEST_SKIP() << p.path << " is absent; the package " << p.package << " provides it";
-  LeakCheckPause pause;
-  Loaded effect(ZqUtf8ToUtf16(p.path), 0);
-  ASSERT_EQ(effect.hr, S_OK);
-  ASSERT_NE(effect->Effect()->flags & effFlagsProgramChunks, 0);
-  ASSERT_GT(effect->Effect()->numParams, 0);
-
-  const std::vector<unsigned char> saved = GetChunk(effect.effect);
-  ASSERT_FALSE(saved.empty());
-  float original = -1.0f;
-  ASSERT_EQ(effect->GetParameter(0, &original), S_OK);
-  ASSERT_EQ(effect->SetParameter(0, original < 0.5f ? 1.0f : 0.0f), S_OK);
-  float changed = -1.0f;
-  ASSERT_EQ(effect->GetParameter(0, &changed), S_OK);
-  ASSERT_NE(changed, original);
-
-  std::vector<unsigned char> given = saved;  // the plug-in may keep the pointer only for the call
-  EXPECT_EQ(effect->Dispatch(effSetChunk, 0, static_cast<VstIntPtr>(given.size()), given.data()), 1);
-  EXPECT_EQ(GetChunk(effect.effect), saved);
-  float restored = -1.0f;
-  ASSERT_EQ(effect->GetParameter(0, &restored), S_OK);
-  EXPECT_EQ(restored, original);
-}
-
-INSTANTIATE_TEST_SUITE_P(Installed, RealPluginChunk,
-                         ::testing::Values(Installed{"/usr/lib/vst/lsp-plugins/compressor-stereo.so", "lsp-plugins-vst"},
-                                           Installed{"/usr/lib/lxvst/DragonflyHallReverb-vst.so", "dragonfly-reverb-vst"}),
-                         TestName);
-
 }  // namespace
