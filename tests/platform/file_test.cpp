@@ -8,52 +8,20 @@
 #include "platform/sync.h"
 #include "platform/text.h"
 #include "platform/thread.h"
+#include "tests/support/test_folder.h"
 
 namespace {
 
 // A fresh folder per test, removed with everything in it at the end.
 class Files : public ::testing::Test {
  protected:
-  void SetUp() override {
-    WCHAR tmp[MAX_PATH];
-    ASSERT_GT(GetTempPathW(MAX_PATH, tmp), 0u);
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = std::u16string(tmp) + u"zqplat_" + ZqUtf8ToUtf16(info->name()) + u"_" +
-           ZqUtf8ToUtf16(std::to_string(GetCurrentThreadId()));
-    RemoveTree(dir_);
-    ASSERT_TRUE(CreateDirectoryW(dir_.c_str(), nullptr));
-  }
-  void TearDown() override { RemoveTree(dir_); }
-
-  static void RemoveTree(const std::u16string& folder) {
-    WIN32_FIND_DATAW d;
-    HANDLE f = FindFirstFileW((folder + u"/*").c_str(), &d);
-    if (f != INVALID_HANDLE_VALUE) {
-      do {
-        const std::u16string name(d.cFileName);
-        if (name == u"." || name == u"..") continue;
-        const std::u16string path = folder + u"/" + name;
-        if (d.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-          RemoveTree(path);
-        } else {
-          SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-          DeleteFileW(path.c_str());
-        }
-      } while (FindNextFileW(f, &d));
-      FindClose(f);
-    }
-    RemoveDirectoryW(folder.c_str());
-  }
-
   std::u16string Path(const char16_t* name) const { return dir_ + u"/" + name; }
-
   HANDLE Create(const char16_t* name, DWORD disposition, DWORD access = GENERIC_READ | GENERIC_WRITE,
                 DWORD share = 0) {
-    return CreateFileW(Path(name).c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL,
-                       nullptr);
+    return CreateFileW(Path(name).c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   }
-
-  std::u16string dir_;
+  zqtest::TestFolder folder_{"zqplat_"};
+  const std::u16string dir_ = ZqUtf8ToUtf16(folder_.path().string());
 };
 
 TEST_F(Files, CreateWriteSeekRead) {
@@ -89,31 +57,30 @@ TEST_F(Files, CreateWriteSeekRead) {
 }
 
 TEST_F(Files, DispositionsAndErrors) {
-  HANDLE f = Create(u"x", CREATE_NEW);
-  ASSERT_NE(f, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-  CloseHandle(f);
-  EXPECT_EQ(Create(u"x", CREATE_NEW), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_EXISTS);
-  f = Create(u"x", CREATE_ALWAYS);
-  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-  CloseHandle(f);
-  f = Create(u"y", OPEN_ALWAYS);
-  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-  CloseHandle(f);
-  EXPECT_EQ(Create(u"missing", OPEN_EXISTING), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(Create(u"nofolder/file", CREATE_ALWAYS), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(CreateFileW(dir_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
-            INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  std::u16string longName(300, u'n');
-  EXPECT_EQ(Create(longName.c_str(), CREATE_ALWAYS), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
-
+  const std::u16string longName(300, u'n');
+  struct Case {
+    const char16_t* name;
+    DWORD disposition, access;
+    bool opens;
+    DWORD error;
+  } cases[] = {
+      {u"x", CREATE_NEW, GENERIC_WRITE, true, ERROR_SUCCESS},
+      {u"x", CREATE_NEW, GENERIC_WRITE, false, ERROR_FILE_EXISTS},
+      {u"x", CREATE_ALWAYS, GENERIC_WRITE, true, ERROR_ALREADY_EXISTS},
+      {u"y", OPEN_ALWAYS, GENERIC_WRITE, true, ERROR_SUCCESS},
+      {u"missing", OPEN_EXISTING, GENERIC_READ, false, ERROR_FILE_NOT_FOUND},
+      {u"nofolder/file", CREATE_ALWAYS, GENERIC_WRITE, false, ERROR_PATH_NOT_FOUND},
+      {u".", OPEN_EXISTING, GENERIC_READ, false, ERROR_ACCESS_DENIED},  // a folder
+      {longName.c_str(), CREATE_ALWAYS, GENERIC_WRITE, false, ERROR_FILENAME_EXCED_RANGE},
+  };
+  for (const Case& c : cases) {
+    HANDLE f = Create(c.name, c.disposition, c.access);
+    EXPECT_EQ(f != INVALID_HANDLE_VALUE, c.opens) << std::u16string(c.name).size() << " " << c.disposition;
+    EXPECT_EQ(GetLastError(), c.error) << std::u16string(c.name).size() << " " << c.disposition;
+    if (f != INVALID_HANDLE_VALUE) CloseHandle(f);
+  }
   // Reading through a handle opened for writing only.
-  f = Create(u"x", OPEN_EXISTING, GENERIC_WRITE);
+  HANDLE f = Create(u"x", OPEN_EXISTING, GENERIC_WRITE);
   char b;
   DWORD n;
   EXPECT_FALSE(ReadFile(f, &b, 1, &n, nullptr));
