@@ -13,6 +13,7 @@
 #include "mediafw/graph.h"
 #include "mediafw/memsource.h"
 #include "tests/mediafw/failing_sink.h"
+#include "platform/environment.h"
 #include "platform/module.h"
 #include "platform/text.h"
 
@@ -85,7 +86,8 @@ inline WAVEFORMATEX Wave(WORD tag, WORD channels, DWORD rate, WORD bits) {
   return w;
 }
 
-// A VST module kept loaded by the test, to read what its plug-in recorded.
+// A module of ours kept loaded by the test, to call what it exports (the
+// plug-in's counters, a test plug-in's reports).
 class PluginRecord {
  public:
   explicit PluginRecord(const char* name) : module_(LoadLibraryW(PluginPath(name).c_str())) {}
@@ -94,17 +96,45 @@ class PluginRecord {
   }
   PluginRecord(const PluginRecord&) = delete;
   PluginRecord& operator=(const PluginRecord&) = delete;
+  bool loaded() const { return module_ != nullptr; }
+  template <class F>
+  F Function(const char* name) const {
+    return module_ ? reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module_, name))) : nullptr;
+  }
+  // An export without arguments; `missing` when there is none.
+  template <class R>
+  R Call(const char* name, R missing = R()) const {
+    auto f = Function<R (*)()>(name);
+    return f ? f() : missing;
+  }
   long long State(int slot) const {
     auto f = Function<long long (*)(int)>("zqplugin_state");
     return f ? f(slot) : -1;
   }
 
  private:
-  template <class F>
-  F Function(const char* name) const {
-    return module_ ? reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module_, name))) : nullptr;
-  }
   HMODULE module_;
+};
+
+// An environment variable as the test wants it (null: unset), put back
+// afterwards.
+class ScopedVariable {
+ public:
+  ScopedVariable(const WCHAR* name, const WCHAR* value) : name_(name) {
+    WCHAR old[256] = {};
+    const DWORD length = GetEnvironmentVariableW(name, old, 256);
+    had_ = length > 0 && length < 256;
+    if (had_) old_ = old;
+    SetEnvironmentVariableW(name, value);
+  }
+  ~ScopedVariable() { SetEnvironmentVariableW(name_.c_str(), had_ ? old_.c_str() : nullptr); }
+  ScopedVariable(const ScopedVariable&) = delete;
+  ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+ private:
+  std::u16string name_;
+  bool had_ = false;
+  std::u16string old_;
 };
 
 enum : int { kSlotBlockSize = 2, kSlotStartCount = 5, kSlotProcessCount = 7 };

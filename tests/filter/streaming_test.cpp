@@ -8,7 +8,6 @@
 #include <string>
 
 #include "filter_fixture.h"
-#include "platform/environment.h"
 
 namespace {
 
@@ -16,32 +15,13 @@ using namespace zqtest;
 
 constexpr LONG kLatencyId = FourCC("ZqLt");
 
-// Sets the variables the test plug-in reads when an instance is made, and
-// puts back what was there before.
-class PluginEnvironment {
- public:
-  PluginEnvironment(int latency, int tail) {
-    Set(u"ZQTEST_LATENCY", latency, 0);
-    Set(u"ZQTEST_TAIL", tail, 1);
-  }
-  ~PluginEnvironment() {
-    Restore(u"ZQTEST_LATENCY", 0);
-    Restore(u"ZQTEST_TAIL", 1);
-  }
-  PluginEnvironment(const PluginEnvironment&) = delete;
-  PluginEnvironment& operator=(const PluginEnvironment&) = delete;
-
- private:
-  void Set(const WCHAR* name, int value, int slot) {
-    WCHAR old[64] = {};
-    const DWORD length = GetEnvironmentVariableW(name, old, 64);
-    had_[slot] = length > 0 && length < 64;
-    if (had_[slot]) old_[slot] = old;
-    SetEnvironmentVariableW(name, ZqUtf8ToUtf16(std::to_string(value)).c_str());
-  }
-  void Restore(const WCHAR* name, int slot) { SetEnvironmentVariableW(name, had_[slot] ? old_[slot].c_str() : nullptr); }
-  bool had_[2] = {};
-  std::u16string old_[2];
+// The variables the test plug-in reads when an instance is made.
+struct PluginEnvironment {
+  PluginEnvironment(int latency, int tail)
+      : latency_(u"ZQTEST_LATENCY", ZqUtf8ToUtf16(std::to_string(latency)).c_str()),
+        tail_(u"ZQTEST_TAIL", ZqUtf8ToUtf16(std::to_string(tail)).c_str()) {}
+  ScopedVariable latency_;
+  ScopedVariable tail_;
 };
 
 // 16-bit stereo where neighbouring frames and channels all differ, so that
@@ -128,7 +108,9 @@ TEST(FilterLatency, WhatIsHeldBackComesOutAsTailAndTheStreamKeepsItsLength) {
       if (!got[i].data.empty()) chunks.push_back(got[i].data.size() / 4);
     }
     for (size_t i = 0; i + 1 < chunks.size(); ++i) EXPECT_EQ(chunks[i], chain.MaxBlock()) << "tail chunk " << i;
-    if (c.extra + c.latency < 2) EXPECT_EQ(got.size(), streamedCount) << "only the end of stream follows";
+    if (c.extra + c.latency < 2) {
+      EXPECT_EQ(got.size(), streamedCount) << "only the end of stream follows";
+    }
     EXPECT_EQ(chain.sink->EndOfStreamCount(), 1);
 
     // The stream is the input frame for frame, then the plug-in's tail from

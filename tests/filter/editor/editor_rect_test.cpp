@@ -6,7 +6,6 @@
 #include <string>
 
 #include "tests/filter/filter_fixture.h"
-#include "platform/environment.h"
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
@@ -18,46 +17,17 @@ using namespace zqtest;
 constexpr LONG kEditorId = FourCC("ZqEd");
 constexpr const char* kXvfb = "/usr/bin/Xvfb";
 
-// The editor plug-in's module, kept loaded to read its counters.
-class EditorRecord {
- public:
-  EditorRecord() : module_(LoadLibraryW(PluginPath("zqtest_editor").c_str())) {}
-  ~EditorRecord() {
-    if (module_) FreeLibrary(module_);
-  }
-  EditorRecord(const EditorRecord&) = delete;
-  EditorRecord& operator=(const EditorRecord&) = delete;
-  bool loaded() const { return module_ != nullptr; }
-  unsigned long LastWindow() const { return Call<unsigned long>("zqtest_editor_last_window"); }
-  long long Opens() const { return Call<long long>("zqtest_editor_open_count"); }
-  long long Closes() const { return Call<long long>("zqtest_editor_close_count"); }
-
- private:
-  template <class R>
-  R Call(const char* name) const {
-    auto f = reinterpret_cast<R (*)()>(reinterpret_cast<void (*)()>(GetProcAddress(module_, name)));
-    return f ? f() : R(-1);
-  }
-  HMODULE module_;
+// The editor plug-in's counters.
+struct EditorRecord : PluginRecord {
+  EditorRecord() : PluginRecord("zqtest_editor") {}
+  unsigned long LastWindow() const { return Call<unsigned long>("zqtest_editor_last_window", -1ul); }
+  long long Opens() const { return Call<long long>("zqtest_editor_open_count", -1); }
+  long long Closes() const { return Call<long long>("zqtest_editor_close_count", -1); }
 };
 
-// DISPLAY as the test wants it, put back afterwards.
-class DisplayVariable {
- public:
-  explicit DisplayVariable(const WCHAR* value) {
-    WCHAR old[256] = {};
-    const DWORD length = GetEnvironmentVariableW(u"DISPLAY", old, 256);
-    had_ = length > 0 && length < 256;
-    if (had_) old_ = old;
-    SetEnvironmentVariableW(u"DISPLAY", value);
-  }
-  ~DisplayVariable() { SetEnvironmentVariableW(u"DISPLAY", had_ ? old_.c_str() : nullptr); }
-  DisplayVariable(const DisplayVariable&) = delete;
-  DisplayVariable& operator=(const DisplayVariable&) = delete;
-
- private:
-  bool had_ = false;
-  std::u16string old_;
+// DISPLAY as the test wants it.
+struct DisplayVariable : ScopedVariable {
+  explicit DisplayVariable(const WCHAR* value) : ScopedVariable(u"DISPLAY", value) {}
 };
 
 // A private X server on the first free display number from :73, for the

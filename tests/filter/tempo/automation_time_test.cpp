@@ -16,21 +16,14 @@ namespace {
 
 using namespace zqtest;
 
-struct ProberModule {
-  HMODULE module = LoadLibraryW(PluginPath("zqtest_prober").c_str());
-  const char* (*report)() = Get<const char* (*)()>("zqtest_prober_report");
-  void (*clear)() = Get<void (*)()>("zqtest_prober_clear");
-  void (*arm)() = Get<void (*)()>("zqtest_prober_arm");
-  long long (*state)(int) = Get<long long (*)(int)>("zqplugin_state");
-
-  ~ProberModule() {
-    if (module) FreeLibrary(module);
-  }
-  template <class F>
-  F Get(const char* name) {
-    return module ? reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module, name))) : nullptr;
-  }
-  bool ok() const { return report && clear && arm && state; }
+// The prober's exports.
+struct ProberModule : PluginRecord {
+  ProberModule() : PluginRecord("zqtest_prober") {}
+  std::string report() const { return Call<const char*>("zqtest_prober_report", ""); }
+  void clear() const { Function<void (*)()>("zqtest_prober_clear")(); }
+  void arm() const { Function<void (*)()>("zqtest_prober_arm")(); }
+  long long state(int slot) const { return State(slot); }
+  bool ok() const { return Function<void (*)()>("zqtest_prober_arm") != nullptr; }
 };
 
 // One answer to audioMasterGetTime as the prober wrote it down.
