@@ -1,4 +1,4 @@
-// English texts of the system's status codes.
+// Names and English texts of the system's status codes.
 #pragma once
 
 #include <cstddef>
@@ -10,9 +10,15 @@
 // constant of the library and lives as long as it is loaded.
 ZQ_API const char* ZqStatusText(HRESULT status);
 
-// One row of the table behind ZqStatusText: the code's 32 bits and its text.
+// The name of `status` as base/status.h declares it ("ZQ_E_NOT_FOUND"), or
+// null for a code without a name.  For logs and test messages.
+ZQ_API const char* ZqStatusName(HRESULT status);
+
+// One row of the table behind ZqStatusText and ZqStatusName: the code's 32
+// bits, its name and its text; a row has at least one of the two.
 struct ZqStatusTextRow {
   uint32_t code;
+  const char* name;
   const char* text;
 };
 

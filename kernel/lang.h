@@ -66,8 +66,8 @@ constexpr UINT ZQLANG_TEMP_RESERVE = 1024;
 constexpr WCHAR ZQLANG_ENTRY_MARKER = 0xFFFE;
 
 // Statuses of this family.
-constexpr HRESULT ZQLANG_S_ALREADY_OPEN = 0x0004E001;                              // handle already set
-constexpr HRESULT ZQLANG_E_NO_CODEPAGE = static_cast<HRESULT>(0x8004E1FDu);     // no code page detected
+constexpr HRESULT ZQLANG_S_ALREADY_OPEN = ZQ_S_KNOWN;          // handle already set
+constexpr HRESULT ZQLANG_E_NO_CODEPAGE = ZQ_E_NO_CODEPAGE;      // no code page detected
 
 // Opens a handle for `instance` into *handle.  `lcid` 0 leaves the language
 // unchosen (the user's UI language is taken at the first table lookup);

@@ -35,11 +35,7 @@
 #include "base/types.h"
 #include "kernel/com/guid.h"
 
-// Statuses of chunked files.
-constexpr HRESULT ZQ_E_RIFF_NO_RIFF = ZqMakeStatus(0x8004E080);     // a necessary RIFF header is missing
-constexpr HRESULT ZQ_E_RIFF_NO_LIST = ZqMakeStatus(0x8004E081);     // a necessary LIST header is missing
-constexpr HRESULT ZQ_E_RIFF_ZERO_SIZE = ZqMakeStatus(0x8004E082);   // a chunk has a length of 0
-constexpr HRESULT ZQ_E_RIFF_BAD_SIZE = ZqMakeStatus(0x8004E083);    // a chunk length out of range
+// The statuses of chunked files (ZQ_E_RIFF_*) are in base/status.h.
 
 // A four-character code as it lies in the file: ZqRiffId("fmt ").
 constexpr DWORD ZqRiffId(const char (&s)[5]) {
