@@ -125,8 +125,9 @@ ZQ_API LPCWSTR ZqErrorHandler_GetErrorMessage(UINT_PTR context, HRESULT status, 
                    static_cast<unsigned>(status));
     text = missing;
   }
-  // The status's text is used as it is: it takes no arguments.
-  ZqKernelCopy(message + length, ZQERR_MESSAGE_CHARS - length, text);
+  // The status's text is printed for its tokens; it takes no arguments, and
+  // the empty text stands in for a stray "%s".
+  ZqKernelFormat(message + length, ZQERR_MESSAGE_CHARS - length, text, u"");
   return message;
 }
 

@@ -1,26 +1,15 @@
 // The kernel's internal printing: see kformat.h.
 #include "kernel/kformat.h"
 
-#include <vector>
-
-#include "kernel/log.h"
-#include "platform/text.h"
+#include "kernel/printf.h"
 
 int ZqKernelFormatV(WCHAR* dst, int size, const WCHAR* format, va_list args) {
   if (!dst || size < 1) return 0;
   dst[0] = 0;
   if (!format) return 0;
-  // UTF-8 takes at most 3 bytes per UTF-16 unit (4 per surrogate pair).
-  std::vector<char> utf8(static_cast<size_t>(size) * 3 + 1);
-  const size_t bytes = ZqLogFormatV(utf8.data(), utf8.size(), format, args);
-  if (bytes == 0) return 0;
-  std::u16string wide = ZqUtf8ToUtf16(std::string_view(utf8.data(), bytes));
-  size_t n = std::min(wide.size(), static_cast<size_t>(size - 1));
-  // Never split a surrogate pair.
-  if (n > 0 && n < wide.size() && wide[n - 1] >= 0xD800 && wide[n - 1] < 0xDC00) --n;
-  wide.copy(dst, n);
-  dst[n] = 0;
-  return static_cast<int>(n);
+  UINT written = 0;
+  ZqNVPrintF(dst, static_cast<UINT>(size), &written, format, args);
+  return static_cast<int>(written);
 }
 
 int ZqKernelFormat(WCHAR* dst, int size, const WCHAR* format, ...) {

@@ -2,10 +2,10 @@
 // for the families that compose messages and names (error handler, message
 // boxes, metrics, paths).
 //
-// A format is read as CLog::Write reads it (%s a wide text, %S an 8-bit
-// text, %c a wide character, the numeric conversions of printf).  The result
-// is cut at a character boundary to `size` - 1 characters and always
-// terminated when `size` > 0.
+// A format is read as ZqPrintF reads it (kernel/printf.h: the "$" forms in
+// the locale's manner, "$(Name)" tokens, %s a wide text).  As in every
+// bounded print, a piece that does not fit is left out whole; the result is
+// always terminated when `size` > 0.
 //
 // Threads: any thread; only the arguments are touched.
 #pragma once

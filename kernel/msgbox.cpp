@@ -264,32 +264,40 @@ ZQ_API int ZqMsgBoxId(HZQLANG lang, HWND window, UINT flags, UINT id, ...) {
   return ZqMessageBox(window, text, nullptr, flags);
 }
 
-#define ZQ_CUSTOM_BOX(last, ...)                            \
-  va_list args;                                             \
-  va_start(args, last);                                     \
-  const int result = ShowCustom(__VA_ARGS__, args);         \
-  va_end(args);                                             \
-  return result
-
 ZQ_API int ZqMsgBox_CustomF(HWND window, UINT flags, LPCWSTR details, LPCWSTR format, ...) {
-  ZQ_CUSTOM_BOX(format, window, flags, details, nullptr, nullptr, nullptr, nullptr, nullptr, format);
+  va_list args;
+  va_start(args, format);
+  const int result = ShowCustom(window, flags, details, nullptr, nullptr, nullptr, nullptr, nullptr, format, args);
+  va_end(args);
+  return result;
 }
 
 ZQ_API int ZqMsgBox_TitledF(HWND window, UINT flags, LPCWSTR details, LPCWSTR title, LPCWSTR format, ...) {
-  ZQ_CUSTOM_BOX(format, window, flags, details, nullptr, nullptr, title, nullptr, nullptr, format);
+  va_list args;
+  va_start(args, format);
+  const int result = ShowCustom(window, flags, details, nullptr, nullptr, title, nullptr, nullptr, format, args);
+  va_end(args);
+  return result;
 }
 
 ZQ_API int ZqMsgBox_CustomExF(HWND window, UINT flags, LPCWSTR details, LPCWSTR checkText, int* check,
                               LPCWSTR format, ...) {
-  ZQ_CUSTOM_BOX(format, window, flags, details, checkText, check, nullptr, nullptr, nullptr, format);
+  va_list args;
+  va_start(args, format);
+  const int result = ShowCustom(window, flags, details, checkText, check, nullptr, nullptr, nullptr, format, args);
+  va_end(args);
+  return result;
 }
 
 ZQ_API int ZqMsgBox_CustomExLinkF(HWND window, UINT flags, LPCWSTR details, LPCWSTR checkText, int* check,
                                   LPCWSTR linkAddress, LPCWSTR linkText, LPCWSTR format, ...) {
-  ZQ_CUSTOM_BOX(format, window, flags, details, checkText, check, nullptr, linkAddress, linkText, format);
+  va_list args;
+  va_start(args, format);
+  const int result =
+      ShowCustom(window, flags, details, checkText, check, nullptr, linkAddress, linkText, format, args);
+  va_end(args);
+  return result;
 }
-
-#undef ZQ_CUSTOM_BOX
 
 ZQ_API int ZqMsgBoxNoF(HWND window, UINT flags, LPCWSTR text) { return ZqMsgBoxF(window, flags, u"%s", text); }
 

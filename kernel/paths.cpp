@@ -683,11 +683,13 @@ ZQ_API int ZqFormatDiskFreeSpace(LPCWSTR path, LPWSTR dst, int size) {
   dst[0] = 0;
   ULONGLONG bytes = 0;
   if (FAILED(ZqGetDiskFreeSpace(path, &bytes))) return 0;
-  static constexpr const WCHAR* kUnits[] = {u"KB", u"MB", u"GB"};
-  if (bytes < 1024) return ZqKernelFormat(dst, size, u"%llu bytes", bytes);
+  if (bytes < 1024)
+    return ZqKernelFormat(dst, size, ZqGetString(nullptr, ZqLangEntryRef(ZQSTR::SIZE_BYTES)), static_cast<int>(bytes));
+  static constexpr ZQSTR kUnits[] = {ZQSTR::SIZE_KB_SPACED, ZQSTR::SIZE_MB_SPACED, ZQSTR::SIZE_GB_SPACED};
   int unit = 0;
   while (unit < 2 && bytes >= (1ULL << (10 * (unit + 2)))) ++unit;
-  return ZqKernelFormat(dst, size, u"%llu %s", bytes >> (10 * (unit + 1)), kUnits[unit]);
+  const double value = static_cast<double>(bytes) / static_cast<double>(1ULL << (10 * (unit + 1)));
+  return ZqKernelFormat(dst, size, ZqGetString(nullptr, ZqLangEntryRef(kUnits[unit])), value);
 }
 
 ZQ_API HRESULT ZqGetUniqueSubFolder(LPCWSTR parent, LPCWSTR prefix, LPWSTR dst, int size) {
@@ -697,7 +699,7 @@ ZQ_API HRESULT ZqGetUniqueSubFolder(LPCWSTR parent, LPCWSTR prefix, LPWSTR dst, 
   for (DWORD counter = 1; IsFolder(name.c_str()); ++counter) {
     if (counter >= 0x10000) return E_FAIL;
     WCHAR number[16];
-    ZqKernelFormat(number, 16, u"%lu", static_cast<unsigned long>(counter));
+    ZqKernelFormat(number, 16, u"%lu", counter);
     name = first + number;
   }
   if (static_cast<int>(name.size()) >= size) return E_FAIL;

@@ -236,8 +236,8 @@ ZQ_API HRESULT ZqGetDirectorySize(LPCWSTR path, ULONGLONG* size);
 // Bytes free to the caller and bytes in all on the file system of `path`.
 ZQ_API HRESULT ZqGetDiskFreeSpace(LPCWSTR path, ULONGLONG* freeBytes);
 ZQ_API HRESULT ZqGetDiskTotalSpace(LPCWSTR path, ULONGLONG* totalBytes);
-// The free space as a text in whole units ("1023 bytes", "12 KB", "4 MB",
-// "2 GB").  Answers the length, 0 on failure (and `dst` empty).
+// The free space as a localised text ("1023 bytes", "12.50 KB", "4.00 MB",
+// "2.25 GB").  Answers the length, 0 on failure (and `dst` empty).
 ZQ_API int ZqFormatDiskFreeSpace(LPCWSTR path, LPWSTR dst, int size);
 
 // A name for a new sub-folder of `parent`: "<parent>/<prefix>", or while a
