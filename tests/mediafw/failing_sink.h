@@ -3,6 +3,9 @@
 // chosen calls.  Its allocator's own fault switches are CMemAllocator's.
 #pragma once
 
+#include <atomic>
+#include <new>
+
 #include "mediafw/sink.h"
 
 namespace zqtest {
