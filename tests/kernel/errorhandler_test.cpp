@@ -26,13 +26,7 @@ class ErrorHandler : public ::testing::Test {
 TEST_F(ErrorHandler, MessagesJoinTheContextAndTheStatus) {
   const Text longContext(1990, u'c');
   const Text hugeContext(3000, u'h');
-  const struct {
-    const char* what;
-    UINT_PTR context;
-    HRESULT status;
-    const char16_t* argument;
-    Text expected;
-  } kCases[] = {
+  const struct { const char* what; UINT_PTR context; HRESULT status; const char16_t* argument; Text expected; } kCases[] = {
       {"context with its argument", 7, ZQ_E_DISK_FULL, u"a.wav",
        u"An error occurred while creating the media file a.wav.\n\nThe disk is full. Please free some space and try again."},
       {"a status without text", 0, static_cast<HRESULT>(0x8004E999), nullptr,
@@ -131,16 +125,12 @@ TEST_F(ErrorHandler, BoxesCarryDetailsAndLinkAndClearTheRecord) {
 }
 
 TEST(ErrorNumbers, PlatformAndDialogNumbersBecomeStatuses) {
-  const struct {
-    DWORD code;
-    uint32_t status;
-  } kWin32[] = {{0, 0}, {2, 0x8004E00A}, {3, 0x8004E00A}, {5, 0x80070005}, {32, 0x8004E05A}, {80, 0x8004E032},
+  const struct { DWORD code; uint32_t status; } kWin32[] = {
+      {0, 0}, {2, 0x8004E00A}, {3, 0x8004E00A}, {5, 0x80070005}, {32, 0x8004E05A}, {80, 0x8004E032},
                 {112, 0x8004E002}, {123, 0x8004E00D}, {183, 0x8004E170}, {87, 0x80004005}, {99999, 0x80004005}};
   for (const auto& c : kWin32) EXPECT_EQ(static_cast<uint32_t>(ZqErrorHandler_TranslateWin32Error(c.code)), c.status) << c.code;
-  const struct {
-    DWORD code;
-    uint32_t status;
-  } kDialog[] = {{0, 0}, {0xFFFF, 0x80070057}, {0x3001, 0x8007000E}, {6, 0x8004E00E}, {0x3002, 0x8004E00D}, {12, 0x80004005}};
+  const struct { DWORD code; uint32_t status; } kDialog[] = {
+      {0, 0}, {0xFFFF, 0x80070057}, {0x3001, 0x8007000E}, {6, 0x8004E00E}, {0x3002, 0x8004E00D}, {12, 0x80004005}};
   for (const auto& c : kDialog)
     EXPECT_EQ(static_cast<uint32_t>(ZqErrorHandler_TranslateCommDlgError(c.code)), c.status) << c.code;
 }

@@ -32,11 +32,7 @@ class Metric : public ::testing::Test {
 };
 
 TEST_F(Metric, KeyPathsByVersionAndSubKey) {
-  const struct {
-    DWORD version;
-    const char16_t* subKey;
-    const char16_t* path;
-  } kCases[] = {
+  const struct { DWORD version; const char16_t* subKey; const char16_t* path; } kCases[] = {
       {0, nullptr, u"Software\\Ostrand\\App\\Metrics"},
       {0x0A020000, nullptr, u"Software\\Ostrand\\App\\10.2\\Metrics"},
       {0x0A02FFFF, u"", u"Software\\Ostrand\\App\\10.2\\Metrics"},
@@ -54,10 +50,6 @@ TEST_F(Metric, KeyPathsByVersionAndSubKey) {
     ZqMetric_Close(m);
   }
   EXPECT_EQ(ZqMetric_OpenSubKey(nullptr, nullptr, u"x"), E_FAIL);
-  ZqMetric_DeleteUserMetrics(u"App", 0x0A020000);
-  ZqMetric_DeleteUserMetrics(u"App", 0x01000000);
-  ZqMetric_DeleteUserMetrics(u"App", 0);
-  EXPECT_EQ(ZqRegGetSubKeyCount(HKEY_CURRENT_USER, u"Software\\Ostrand\\App", nullptr), 0u);
 }
 
 TEST_F(Metric, NumbersMeetByAbsoluteValueAndClipOnlyWhatTheyRead) {
@@ -65,12 +57,7 @@ TEST_F(Metric, NumbersMeetByAbsoluteValueAndClipOnlyWhatTheyRead) {
   EXPECT_EQ(ZqGetMetric(h_, 7), 1);
   ZqSetMetricString(h_, 6, u"not a number");
   ZqSetMetricBinary(h_, 6, "abcd", 4);  // "B6", not "6"
-  const struct {
-    HZQMETRIC* handle;
-    int id, min, max, def;
-    int ex;
-    BOOL boolean;
-  } kCases[] = {
+  const struct { HZQMETRIC* handle; int id, min, max, def; int ex; BOOL boolean; } kCases[] = {
       {&h_, 5, 10, 20, 3, 10, 1},     // missing: the default, clipped
       {&h_, 5, 0, 0, 3, 3, 1},        // min = max: no limits
       {&dead_, 5, 10, 20, 3, 3, 3},   // no key: the default as it is
@@ -137,14 +124,7 @@ TEST_F(Metric, BinaryReadsStateWhatTheyGot) {
   ZqSetMetricBinary(h_, 1, "abcdef", 6);
   ZqSetMetric(h_, 2, 5);
   ZqSetMetricString(h_, 3, u"xyz");
-  const struct {
-    HZQMETRIC* handle;
-    int id;
-    DWORD size;
-    HRESULT status;
-    DWORD got;
-    const char* bytes;
-  } kCases[] = {
+  const struct { HZQMETRIC* handle; int id; DWORD size; HRESULT status; DWORD got; const char* bytes; } kCases[] = {
       {&h_, 1, 8, S_OK, 6, "abcdef\0\0"},
       {&h_, 1, 4, ZQ_E_BUFFER_TOO_SMALL, 6, nullptr},
       {&h_, 9, 8, S_FALSE, 0, "\0\0\0\0\0\0\0\0"},
@@ -196,14 +176,8 @@ TEST_F(Metric, ExistenceAndDeletion) {
   EXPECT_EQ(ZqDeleteMetric(dead_, 1, REG_DWORD), S_FALSE);
   EXPECT_EQ(ZqDoesMetricExist(h_, 1, REG_SZ), 0);
   WCHAR name[16];
-  const struct {
-    DWORD type;
-    const char16_t* name;
-  } kNames[] = {{REG_SZ, u"S12"}, {REG_BINARY, u"B12"}, {REG_DWORD, u"D12"}, {REG_MULTI_SZ, u"Z12"}, {0, u"Z12"}};
-  for (const auto& c : kNames) {
-    ZqMetricGetName(-12, c.type, name);
-    EXPECT_EQ(Text(name), c.name);
-  }
+  ZqMetricGetName(-12, REG_DWORD, name);  // not the name numbers are stored under
+  EXPECT_EQ(Text(name), u"D12");
 }
 
 TEST_F(Metric, TreesGoWithTheirSubKeys) {

@@ -48,11 +48,7 @@ TEST(MsgBoxRules, ButtonSetsDefaultsAndTheNoUIAnswer) {
 }
 
 TEST(MsgBoxRules, EscapeAndTheDetailsButton) {
-  const struct {
-    UINT set;
-    int id;
-    int result;
-  } kCases[] = {
+  const struct { UINT set; int id; int result; } kCases[] = {
       {ZQMB_OK, ZQID_CANCEL, ZQID_OK},      {ZQMB_YESNO, ZQID_CANCEL, 0}, {ZQMB_ABORTRETRYIGNORE, ZQID_CANCEL, 0},
       {ZQMB_OKCANCEL, ZQID_CANCEL, ZQID_CANCEL}, {ZQMB_YESNO, ZQID_DETAILS, 0}, {ZQMB_YESNODELETE, ZQID_DELETE, ZQID_DELETE},
   };
