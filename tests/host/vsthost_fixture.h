@@ -124,42 +124,31 @@ class RecordingMaster final : public ZqComObject<RecordingMaster, IZqVstMaster> 
   std::vector<std::string> calls;
 
   HRESULT STDMETHODCALLTYPE Automate(LONG index, float value) override {
-    calls.push_back("Automate " + std::to_string(index) + " " + std::to_string(value));
-    return S_OK;
+    return Note("Automate " + std::to_string(index) + " " + std::to_string(value));
   }
-  HRESULT STDMETHODCALLTYPE Idle() override {
-    calls.push_back("Idle");
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE UpdateDisplay() override {
-    calls.push_back("UpdateDisplay");
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE Idle() override { return Note("Idle"); }
+  HRESULT STDMETHODCALLTYPE UpdateDisplay() override { return Note("UpdateDisplay"); }
   HRESULT STDMETHODCALLTYPE GetTime(VstMasterTime* out) override {
     *out = time;
     return timeResult;
   }
   HRESULT STDMETHODCALLTYPE GetTempoAt(LONGLONG position, LONG* out) override {
-    calls.push_back("GetTempoAt " + std::to_string(position));
     *out = tempo;
-    return S_OK;
+    return Note("GetTempoAt " + std::to_string(position));
   }
   HRESULT STDMETHODCALLTYPE SizeWindow(LONG width, LONG height) override {
-    calls.push_back("SizeWindow " + std::to_string(width) + " " + std::to_string(height));
-    return S_OK;
+    return Note("SizeWindow " + std::to_string(width) + " " + std::to_string(height));
   }
-  HRESULT STDMETHODCALLTYPE BeginEdit(LONG index) override {
-    calls.push_back("BeginEdit " + std::to_string(index));
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE EndEdit(LONG index) override {
-    calls.push_back("EndEdit " + std::to_string(index));
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE BeginEdit(LONG index) override { return Note("BeginEdit " + std::to_string(index)); }
+  HRESULT STDMETHODCALLTYPE EndEdit(LONG index) override { return Note("EndEdit " + std::to_string(index)); }
 
  private:
   friend class ZqComObject<RecordingMaster, IZqVstMaster>;
   ~RecordingMaster() = default;
+  HRESULT Note(std::string call) {
+    calls.push_back(std::move(call));
+    return S_OK;
+  }
 };
 
 // Lines of `all` that start with `prefix`.

@@ -130,53 +130,37 @@ TEST(ZqGain, OutputFollowsTheDocumentedFormula) {
   p.Resume();
   const int32_t n = 37;
   const Planes in = {Ramp(n, -1.0f, 0.0625f), Ramp(n, 0.5f, -0.03125f)};
-  const auto& l = in[0];
-  const auto& r = in[1];
-
-  Planes out = p.Run(in, n, {1, 3, 33});
-  EXPECT_EQ(l, out[0]);
-  EXPECT_EQ(r, out[1]);
-
-  struct Case {
+  using Side = float (*)(float l, float r);
+  const struct {
     int32_t program;
-    float kl, kr;  // expected factors after the mode
-    int mode;
+    float mode, balance;  // set when not negative
+    Side left, right;
+  } rows[] = {
+      {0, -1, -1, [](float l, float) { return l; }, [](float, float r) { return r; }},
+      {1, -1, -1, [](float l, float) { return 0.5f * l; }, [](float, float r) { return 0.5f * r; }},
+      {2, -1, -1, [](float l, float) { return -l; }, [](float, float r) { return -r; }},
+      {3, -1, -1, [](float l, float r) { return (l + r) * 0.5f; }, [](float, float) { return 0.0f; }},  // mono left
+      {0, 2.0f / 3, 0.5f, [](float, float r) { return r; }, [](float l, float) { return l; }},  // swap
+      {0, 1, 0.5f, [](float, float) { return 0.0f; }, [](float, float) { return 0.0f; }},     // mute
+      {0, 0, 0.75f, [](float l, float) { return 0.5f * l; }, [](float, float r) { return r; }},  // balance right
   };
-  const Case cases[] = {{1, 0.5f, 0.5f, 0}, {2, -1.0f, -1.0f, 0}, {3, 1.0f, 0.0f, 1}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.program);
-    p.Call(effSetProgram, 0, c.program);
-    out = p.Run(in, n);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.program) + " " + std::to_string(row.mode) + " " + std::to_string(row.balance));
+    p.Call(effSetProgram, 0, row.program);
+    if (row.mode >= 0) p.Set(2, row.mode);
+    if (row.balance >= 0) p.Set(3, row.balance);
+    const Planes out = p.Run(in, n, {1, 3, 33});
     for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
-      const float ml = c.mode == 1 ? (l[i] + r[i]) * 0.5f : l[i];
-      const float mr = c.mode == 1 ? (l[i] + r[i]) * 0.5f : r[i];
-      EXPECT_EQ(ml * c.kl, out[0][i]) << i;
-      EXPECT_EQ(mr * c.kr, out[1][i]) << i;
+      EXPECT_EQ(row.left(in[0][i], in[1][i]), out[0][i]) << i;
+      EXPECT_EQ(row.right(in[0][i], in[1][i]), out[1][i]) << i;
     }
   }
-
-  // Swap and mute modes, and balance to the right.
-  p.Call(effSetProgram, 0, 0);
-  p.Set(2, 2.0f / 3.0f);
-  out = p.Run(in, n);
-  EXPECT_EQ(r, out[0]);
-  EXPECT_EQ(l, out[1]);
-  p.Set(2, 1.0f);
-  out = p.Run(in, n);
-  EXPECT_EQ(std::vector<float>(n, 0.0f), out[0]);
-  p.Set(2, 0.0f);
-  p.Set(3, 0.75f);  // b = 0.5: left at half
-  out = p.Run(in, n);
-  for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
-    EXPECT_EQ(l[i] * 0.5f, out[0][i]);
-    EXPECT_EQ(r[i], out[1][i]);
-  }
-
   // The double path computes the same products.
+  p.Call(effSetProgram, 0, 1);
   const std::vector<std::vector<double>> din = {{0.25, -0.5, 1.0}, {2.0, 0.125, -4.0}};
   const auto dout = p.RunDouble(din, 3);
   EXPECT_EQ((std::vector<double>{0.125, -0.25, 0.5}), dout[0]);
-  EXPECT_EQ(din[1], dout[1]);
+  EXPECT_EQ((std::vector<double>{1.0, 0.0625, -2.0}), dout[1]);
 }
 
 // The impulse response of ZqDelay: out[L] = x, out[L + k*D] = m * f^(k-1) * x.
