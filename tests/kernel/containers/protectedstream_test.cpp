@@ -157,8 +157,8 @@ TEST(ProtectedStream, WithoutAnInnerStreamEachOperationSaysSo) {
 }
 
 TEST(ProtectedStream, AttachHoldsOneReferenceAndGivesItBackOnFailure) {
-  auto fake = ZqComPtr<FakeStream>::Adopt(new FakeStream(Pattern(40)));
-  auto broken = ZqComPtr<FakeStream>::Adopt(new FakeStream({}));
+  auto fake = ZqComPtr<FakeStream>::Adopt(FakeStream::Make(Pattern(40)));
+  auto broken = ZqComPtr<FakeStream>::Adopt(FakeStream::Make({}));
   broken->failSeek = true;
   ASSERT_EQ(SeekTo(fake.Get(), 12, STREAM_SEEK_SET).status, S_OK);
   {
@@ -184,7 +184,7 @@ TEST(ProtectedStream, AttachHoldsOneReferenceAndGivesItBackOnFailure) {
 }
 
 TEST(ProtectedStream, StatAndCloneGoThroughTheInnerStream) {
-  auto fake = ZqComPtr<FakeStream>::Adopt(new FakeStream(Pattern(300)));
+  auto fake = ZqComPtr<FakeStream>::Adopt(FakeStream::Make(Pattern(300)));
   ASSERT_EQ(SeekTo(fake.Get(), 150, STREAM_SEEK_SET).status, S_OK);
   ZqComPtr<IZqProtectedStream> p;
   ASSERT_EQ(ZqProtectedStream_CreateFromStream(fake.Get(), p.Put()), S_OK);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kernel/com/object.h"
+#include "kernel/containers/streambase.h"
 #include "kernel/com/stream.h"
 #include "kernel/memory.h"
 #include "platform/file.h"
@@ -93,51 +94,35 @@ class TempFile {
 };
 
 // A plain stream over a vector whose Clone works and whose Seek can be made
-// to fail, to stand under the protected stream.
-class FakeStream final : public ZqComObject<FakeStream, IStream> {
+// to fail, to stand under the protected stream.  It cannot be written.
+class FakeStream final : public ZqStreamObject<FakeStream> {
  public:
   explicit FakeStream(std::vector<BYTE> data) : data_(std::move(data)) {}
+  static FakeStream* Make(std::vector<BYTE> data) { return new (std::nothrow) FakeStream(std::move(data)); }
 
   HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override {
-    ULONG n = 0;
-    if (position_ < data_.size()) n = static_cast<ULONG>(std::min<ULONGLONG>(size, data_.size() - position_));
+    const ULONG n = static_cast<ULONG>(std::min<ULONGLONG>(size, data_.size() - std::min<ULONGLONG>(position_, data_.size())));
     if (n) std::memcpy(buffer, data_.data() + position_, n);
     position_ += n;
     if (read) *read = n;
     return n < size ? S_FALSE : S_OK;
   }
-  HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override {
-    if (position_ + size > data_.size()) data_.resize(position_ + size);
-    std::memcpy(data_.data() + position_, buffer, size);
-    position_ += size;
-    if (written) *written = size;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* now) override {
-    if (failSeek) return STG_E_INVALIDFUNCTION;
     LONGLONG base = origin == STREAM_SEEK_SET ? 0 : origin == STREAM_SEEK_CUR ? position_ : data_.size();
-    if (origin > STREAM_SEEK_END || base + move.QuadPart < 0) return STG_E_INVALIDFUNCTION;
+    if (failSeek || origin > STREAM_SEEK_END || base + move.QuadPart < 0) return STG_E_INVALIDFUNCTION;
     position_ = static_cast<ULONGLONG>(base + move.QuadPart);
     if (now) now->QuadPart = position_;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
-    if (stat == nullptr) return STG_E_INVALIDPOINTER;
     std::memset(stat, 0, sizeof(*stat));
     stat->type = STGTY_STREAM;
     stat->cbSize.QuadPart = data_.size();
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Clone(IStream** clone) override {
-    auto* copy = new FakeStream(data_);
+    FakeStream* copy = Make(data_);
     copy->position_ = position_;
     *clone = copy;
     return S_OK;
