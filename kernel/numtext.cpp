@@ -177,16 +177,21 @@ int ZqFmt_FormatDigits(const tZQPRINTLOCALE& locale, ZqDigitsForm form, LPCWSTR 
   while (rest[i] == u' ') ++i;
   const bool valid = rest[i] == 0 && (intEnd > intStart || fracEnd > fracStart);
 
+  // Room for the longest layout the print asks for: a padded float of 309
+  // whole digits, their separators and 100 decimals.
   constexpr int kRoom = 400;
-  WCHAR out[kRoom + 64];
+  constexpr int kOutRoom = 2048;
+  WCHAR out[kOutRoom];
   int n = 0;
+  auto add = [&](WCHAR c) {
+    if (n < kOutRoom) out[n++] = c;
+  };
   auto put = [&](const WCHAR* text, int count) {
-    for (int k = 0; k < count && n < kRoom + 63; ++k) out[n++] = text[k];
+    for (int k = 0; k < count; ++k) add(text[k]);
   };
   put(digits, start);
   if (!valid) {
     put(rest, lstrlenW(rest));
-    if (n >= kRoom) n = kRoom;
     return Emit(out, n, dst, size);
   }
   if (form == ZqDigitsForm::Grouped) decimals = 0;
@@ -225,22 +230,22 @@ int ZqFmt_FormatDigits(const tZQPRINTLOCALE& locale, ZqDigitsForm form, LPCWSTR 
   for (int w = 0; w < wholeLength; ++w) zero = zero && whole[w] == '0';
   for (int d = 0; d < decimals; ++d) zero = zero && fraction[d] == '0';
 
-  if (negative && !zero) out[n++] = u'-';
+  if (negative && !zero) add(u'-');
   if (wholeLength == 0) {
-    if (decimals == 0 || locale.leadingZero) out[n++] = u'0';
+    if (decimals == 0 || locale.leadingZero) add(u'0');
   } else {
     const int groupSize =
         form == ZqDigitsForm::Decimal ? 0 : static_cast<int>(locale.grouping);
     const int sepLength = lstrlenW(locale.thousand);
     for (int w = 0; w < wholeLength; ++w) {
-      out[n++] = static_cast<WCHAR>(whole[w]);
+      add(static_cast<WCHAR>(whole[w]));
       const int left = wholeLength - 1 - w;
       if (groupSize > 0 && left > 0 && left % groupSize == 0) put(locale.thousand, sepLength);
     }
   }
   if (decimals > 0 && form != ZqDigitsForm::Grouped) {
     put(locale.decimal, lstrlenW(locale.decimal));
-    for (int d = 0; d < decimals; ++d) out[n++] = static_cast<WCHAR>(fraction[d]);
+    for (int d = 0; d < decimals; ++d) add(static_cast<WCHAR>(fraction[d]));
   }
   put(rest + numberEnd, lstrlenW(rest + numberEnd));
   return Emit(out, n, dst, size);

@@ -193,6 +193,7 @@ constexpr int kSpecLimit = 260;
 constexpr int kNameLimit = 260;
 // Room of one conversion: widths and precisions are held so that it fits.
 constexpr int kPieceRoom = 1200;
+constexpr int kLocalisedRoom = 2048;
 constexpr int kWidthLimit = 512;
 constexpr int kPrecisionLimit = 320;
 
@@ -590,8 +591,9 @@ class Scanner {
   }
 
   void Localised(Piece& piece, ZqDigitsForm form, int decimals) {
-    WCHAR text[kPieceRoom];
-    const int length = ZqFmt_FormatDigits(Locale(), form, piece.z(), decimals, text, kPieceRoom);
+    // Grouping lengthens a piece by at most a third.
+    WCHAR text[kLocalisedRoom];
+    const int length = ZqFmt_FormatDigits(Locale(), form, piece.z(), decimals, text, kLocalisedRoom);
     sink_.Put(text, static_cast<size_t>(length));
   }
 

@@ -128,7 +128,7 @@ int ModeText(LPWSTR dst, UINT size, const _zqposfmt* f, LONGLONG t, LPCWSTR temp
     case ZQPOS_NANO:
       return Print(dst, size, templ, t);
     case ZQPOS_MICROSECONDS:
-      return Print(dst, size, templ, (t + 5) / 10);
+      return Print(dst, size, templ, t / 10 + (t % 10 >= 5 ? 1 : 0));
     case ZQPOS_QUARTERS:
       return floatText(static_cast<double>(t) * f->tempo / 60 * 1e-7, false);
     case ZQPOS_FEET_16MM:
@@ -422,7 +422,7 @@ ZQ_API LONGLONG ZqTextToNanoTimeToken2(LPCWSTR text, const _zqposfmt* f, DWORD f
       break;
   }
   if (end) *end = stop;
-  if (negative) v = -v;
+  if (negative) v = static_cast<LONGLONG>(0 - static_cast<ULONGLONG>(v));
   if (!(flags & ZQPOS_PARSE_NO_ORIGIN))
     v = static_cast<LONGLONG>(static_cast<ULONGLONG>(v) + static_cast<ULONGLONG>(f->origin));
   if (flags & ZQPOS_PARSE_LIMITS) {
@@ -461,9 +461,9 @@ ZQ_API int ZqMeasuresAndTicksToText(LPWSTR dst, const _zqposfmt* f, DWORD measur
   LONGLONG measure = Words(measureLow, measureHigh);
   LONGLONG ticks = Words(ticksLow, ticksHigh);
   const LONGLONG beatTicks = BeatTicks(f);
-  if (ticks < 0) {
+  if (ticks < 0 && beatTicks > 0) {
     ticks += beatTicks * f->beatsPerMeasure;
-    --measure;
+    if (measure > INT64_MIN) --measure;
   }
   if (divide < 1) divide = 1;
   LONGLONG beat = 0, tick = 0;
@@ -473,7 +473,7 @@ ZQ_API int ZqMeasuresAndTicksToText(LPWSTR dst, const _zqposfmt* f, DWORD measur
     tick = ticks % beatTicks / divide;
   }
   if (base == 1) {
-    if (measure >= 0) ++measure;
+    if (measure >= 0 && measure < INT64_MAX) ++measure;
     ++beat;
   }
   if (shortForm)
@@ -527,8 +527,12 @@ LONGLONG TicksOf(LPCWSTR text, const _zqposfmt* f, int most, int base, int divid
   if (measureOut) *measureOut = measure;
   if (beatOut) *beatOut = static_cast<int>(beat);
   if (tickOut) *tickOut = static_cast<int>(tick);
-  if (!f) return tick * divide;
-  return (static_cast<LONGLONG>(f->beatsPerMeasure) * measure + beat) * f->ticksPerBeat + tick * divide;
+  // Fields are at most 2^31 - 1: the sums wrap rather than overflow.
+  const ULONGLONG ticks = static_cast<ULONGLONG>(tick) * static_cast<ULONGLONG>(divide);
+  if (!f) return static_cast<LONGLONG>(ticks);
+  const ULONGLONG beats = static_cast<ULONGLONG>(f->beatsPerMeasure) * static_cast<ULONGLONG>(measure) +
+                          static_cast<ULONGLONG>(beat);
+  return static_cast<LONGLONG>(beats * static_cast<ULONGLONG>(static_cast<LONGLONG>(f->ticksPerBeat)) + ticks);
 }
 
 }  // namespace

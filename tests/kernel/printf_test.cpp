@@ -33,21 +33,11 @@ TEST_F(PrintF, FormsWithoutArguments) {
     const WCHAR* format;
     const char* expected;
   } cases[] = {
-      {u"$$ %%", "$ %"},
-      {u"$(100000.5)", "100,000.5"},
-      {u"$(-1234.5)", "-1,234.5"},
-      {u"$(1,000)", "1,000"},                    // not a number: as it stands
-      {u"$(12 x", "$(12 x"},                     // no ")": as it stands
-      {u"$(NoSuchToken)", "$(NoSuchToken)"},
-      {u"$(open", "$(open"},
-      {u"[$*][$,][$:]", "[.][,][:]"},
-      {u"$!:|$!.|$!,|$!x", ":|.|,|x"},           // the next character is taken only when it is a separator
-      {u"$&:|$&.", ".|."},
-      {u"$(SMPTE.Label.Drop)", "hr:mn:sc,fr"},
-      {u"$(smpte.label.nondrop.full)", "hours:minutes:seconds.frames"},
-      {u"$(MusicTime.Label)", "ms.bt.tk"},
-      {u"%q and more", "%q and more"},           // no terminator: copied
-      {u"tail $", "tail $"},
+      {u"$$ %%", "$ %"}, {u"$(100000.5)", "100,000.5"}, {u"$(-1234.5)", "-1,234.5"},
+      {u"$(1,000)", "1,000"}, {u"$(12 x", "$(12 x"}, {u"$(NoSuchToken)", "$(NoSuchToken)"}, {u"$(open", "$(open"},
+      {u"[$*][$,][$:]", "[.][,][:]"}, {u"$!:|$!.|$!,|$!x", ":|.|,|x"}, {u"$&:|$&.", ".|."},
+      {u"$(SMPTE.Label.Drop)", "hr:mn:sc,fr"}, {u"$(smpte.label.nondrop.full)", "hours:minutes:seconds.frames"},
+      {u"$(MusicTime.Label)", "ms.bt.tk"}, {u"%q and more", "%q and more"}, {u"tail $", "tail $"},
   };
   for (const auto& c : cases) EXPECT_EQ(Print(c.format), c.expected) << U8(c.format);
 }
@@ -59,26 +49,14 @@ TEST_F(PrintF, IntegerForms) {
     long long value;
     const char* expected;
   } cases[] = {
-      {u"$d", -1234, "-1,234"},
-      {u"%d", 1234567, "1234567"},
-      {u"$u", 4000000000LL, "4,000,000,000"},
-      {u"$i", -2147483647LL - 1, "-2,147,483,648"},
-      {u"$8d|", 1234, "    1,234|"},          // padding stays ahead of the grouped digits
-      {u"%-5d|", 42, "42   |"},
-      {u"%05d", -42, "-0042"},
-      {u"%+d % d", 5, "+5  5"},
-      {u"%.3d", 7, "007"},
-      {u"%x %X", 255, "ff FF"},
-      {u"%#x %#o", 255, "0xff 0377"},
-      {u"%I64d", 1LL << 40, "1099511627776"},
-      {u"$I64d", -(1LL << 40), "-1,099,511,627,776"},
-      {u"%I64x", 0x123456789LL, "123456789"},
-      {u"%ld %hd", 5, "5 5"},
-      {u"$.1z", 1234, "123.4"},
-      {u"$.1z", 5, "0.5"},
-      {u"%.2z", -5, "-0.05"},
+      {u"$d", -1234, "-1,234"}, {u"%d", 1234567, "1234567"}, {u"$u", 4000000000LL, "4,000,000,000"},
+      {u"$i", -2147483647LL - 1, "-2,147,483,648"}, {u"$8d|", 1234, "    1,234|"}, {u"%-5d|", 42, "42   |"},
+      {u"%05d", -42, "-0042"}, {u"%+d % d", 5, "+5  5"}, {u"%.3d", 7, "007"}, {u"%x %X", 255, "ff FF"},
+      {u"%#x %#o", 255, "0xff 0377"}, {u"%I64d", 1LL << 40, "1099511627776"},
+      {u"$I64d", -(1LL << 40), "-1,099,511,627,776"}, {u"%I64x", 0x123456789LL, "123456789"},
+      {u"%ld %hd", 5, "5 5"}, {u"$.1z", 1234, "123.4"}, {u"$.1z", 5, "0.5"}, {u"%.2z", -5, "-0.05"},
       {u"$z", 1234567, "1,234,567"},
-      {u"%5.2.1d", 1, "%5.2.1d"},              // not understood: copied, its argument still taken
+      {u"%5.2.1d", 1, "%5.2.1d"},  // not understood: copied, its argument still taken
   };
   for (const auto& c : cases) {
     const bool wide = std::u16string_view(c.format).find(u"I64") != std::u16string_view::npos;
@@ -93,15 +71,9 @@ TEST_F(PrintF, FloatForms) {
     double value;
     const char* expected;
   } cases[] = {
-      {u"%.2f", 1234.5, "1234.50"},
-      {u"$.2f", 1234.5, "1,234.50"},
-      {u"$f", -0.5, "-0.500000"},
-      {u"%e", 1234.5, "1.234500e+03"},
-      {u"$E", 1234.5, "1.234500E+03"},         // exponents are copied, never grouped
-      {u"$g", 0.5, "0.5"},
-      {u"$g", 1e20, "1e+20"},
-      {u"%10.1f|", 2.25, "       2.2|"},
-      {u"%-8.3e|", 1.0, "1.000e+00|"},
+      {u"%.2f", 1234.5, "1234.50"}, {u"$.2f", 1234.5, "1,234.50"}, {u"$f", -0.5, "-0.500000"},
+      {u"%e", 1234.5, "1.234500e+03"}, {u"$E", 1234.5, "1.234500E+03"}, {u"$g", 0.5, "0.5"}, {u"$g", 1e20, "1e+20"},
+      {u"%10.1f|", 2.25, "       2.2|"}, {u"%-8.3e|", 1.0, "1.000e+00|"},
   };
   for (const auto& c : cases) EXPECT_EQ(Print(c.format, c.value), c.expected) << U8(c.format);
 }

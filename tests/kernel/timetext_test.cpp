@@ -37,34 +37,21 @@ TEST_F(TimeText, EveryModeShowsItsFormat) {
     DWORD flags;
     const char* expected;
   } cases[] = {
-      {ZQPOS_SAMPLES, 10'000'000, 0, "44,100"},
-      {ZQPOS_HMSMS, 37'235'000'000, 0, "01:02:03.500"},
-      {ZQPOS_HMSMS, 37'235'000'000, ZQPOS_ROUNDED, "01:02:03"},
-      {ZQPOS_HMSMS, -10'000'000, 0, "-00:00:01.000"},
+      {ZQPOS_SAMPLES, 10'000'000, 0, "44,100"}, {ZQPOS_HMSMS, 37'235'000'000, 0, "01:02:03.500"},
+      {ZQPOS_HMSMS, 37'235'000'000, ZQPOS_ROUNDED, "01:02:03"}, {ZQPOS_HMSMS, -10'000'000, 0, "-00:00:01.000"},
       {ZQPOS_SECONDS, 15'000'000, 0, "1.500"},
       {ZQPOS_SECONDS, 19'999'999, ZQPOS_ROUNDED, "1"},  // truncated
-      {ZQPOS_HMSF, 12'400'000, 0, "00:00:01.06"},
-      {ZQPOS_FRAMES, 12'400'000, 0, "31.000"},
+      {ZQPOS_HMSF, 12'400'000, 0, "00:00:01.06"}, {ZQPOS_FRAMES, 12'400'000, 0, "31.000"},
       {ZQPOS_FRAMES, 14'200'000, ZQPOS_ROUNDED, "36"},  // rounded
-      {ZQPOS_MBT, 25'000'000, 0, "2.2.000"},
-      {ZQPOS_MBT, 25'000'000, ZQPOS_ROUNDED, "2.2"},
-      {ZQPOS_MBT, 25'000'000, ZQPOS_NO_ORIGIN, "1.1.000"},
-      {ZQPOS_MBT_ZERO, 25'000'000, 0, "1.1.000"},
-      {ZQPOS_SMPTE_2997, 600'600'000, 0, "00:01:00:00"},
-      {ZQPOS_SMPTE_30, 10'000'000, 0, "00:00:01:00"},
-      {ZQPOS_SMPTE_30_DROP, 600'600'000, 0, "00:01:00;02"},
-      {ZQPOS_SMPTE_25, 36'610'000'000, 0, "01:01:01:00"},
-      {ZQPOS_SMPTE_24, 10'416'667, 0, "00:00:01:01"},
-      {ZQPOS_NANO, 123456, 0, "123,456"},
-      {ZQPOS_NANO, -5, 0, "-5"},
-      {ZQPOS_MICROSECONDS, 15, 0, "2"},
-      {ZQPOS_QUARTERS, 10'000'000, 0, "2.000"},
-      {ZQPOS_FEET_16MM, 20'000'000, 0, "1+10"},
-      {ZQPOS_FEET_35MM, 20'000'000, 0, "3+2"},
-      {ZQPOS_CD, 12'000'000, 0, "00:00:01:15"},
-      {ZQPOS_SMPTE_23976, 10'010'000, 0, "00:00:01:00"},
-      {ZQPOS_HMS_SHORT, 650'000'000, 0, "1:05"},
-      {ZQPOS_HMS_SHORT, 6'050'000'000, 0, "10:05"},
+      {ZQPOS_MBT, 25'000'000, 0, "2.2.000"}, {ZQPOS_MBT, 25'000'000, ZQPOS_ROUNDED, "2.2"},
+      {ZQPOS_MBT, 25'000'000, ZQPOS_NO_ORIGIN, "1.1.000"}, {ZQPOS_MBT_ZERO, 25'000'000, 0, "1.1.000"},
+      {ZQPOS_SMPTE_2997, 600'600'000, 0, "00:01:00:00"}, {ZQPOS_SMPTE_30, 10'000'000, 0, "00:00:01:00"},
+      {ZQPOS_SMPTE_30_DROP, 600'600'000, 0, "00:01:00;02"}, {ZQPOS_SMPTE_25, 36'610'000'000, 0, "01:01:01:00"},
+      {ZQPOS_SMPTE_24, 10'416'667, 0, "00:00:01:01"}, {ZQPOS_NANO, 123456, 0, "123,456"}, {ZQPOS_NANO, -5, 0, "-5"},
+      {ZQPOS_MICROSECONDS, 15, 0, "2"}, {ZQPOS_QUARTERS, 10'000'000, 0, "2.000"},
+      {ZQPOS_FEET_16MM, 20'000'000, 0, "1+10"}, {ZQPOS_FEET_35MM, 20'000'000, 0, "3+2"},
+      {ZQPOS_CD, 12'000'000, 0, "00:00:01:15"}, {ZQPOS_SMPTE_23976, 10'010'000, 0, "00:00:01:00"},
+      {ZQPOS_HMS_SHORT, 650'000'000, 0, "1:05"}, {ZQPOS_HMS_SHORT, 6'050'000'000, 0, "10:05"},
       {ZQPOS_HMS_SHORT, 37'250'000'000, 0, "1:02:05"},
   };
   for (const auto& c : cases) EXPECT_EQ(Text(c.mode, c.t, c.flags), c.expected) << c.mode << " " << c.t;
@@ -116,22 +103,15 @@ TEST_F(TimeText, TextReadsByTheGrammarOfItsMode) {
       {ZQPOS_HMSMS, u"01.05", 0, 10'500'000},      // two digits count tens of milliseconds
       {ZQPOS_HMSMS, u"1.2345", 0, 12'340'000},     // more than three are cut
       {ZQPOS_HMSMS, u"1::2", ZQPOS_PARSE_SHORT, 36'020'000'000},  // an empty middle field
-      {ZQPOS_HMSMS, u"-1:00", ZQPOS_PARSE_SHORT, -600'000'000},
-      {ZQPOS_SAMPLES, u"44,100", 0, 10'000'000},
-      {ZQPOS_SECONDS, u"1.5x", 0, 15'000'000},
-      {ZQPOS_HMSF, u"00:00:01:06", 0, 12'400'000},
-      {ZQPOS_HMSF, u"1:02:03", ZQPOS_PARSE_SHORT, 37'230'000'000},
-      {ZQPOS_FRAMES, u"31", 0, 12'400'000},
-      {ZQPOS_MBT, u"2.2.000", 0, 25'000'000},
-      {ZQPOS_MBT, u"2:2", ZQPOS_PARSE_SHORT, 25'000'000},
+      {ZQPOS_HMSMS, u"-1:00", ZQPOS_PARSE_SHORT, -600'000'000}, {ZQPOS_SAMPLES, u"44,100", 0, 10'000'000},
+      {ZQPOS_SECONDS, u"1.5x", 0, 15'000'000}, {ZQPOS_HMSF, u"00:00:01:06", 0, 12'400'000},
+      {ZQPOS_HMSF, u"1:02:03", ZQPOS_PARSE_SHORT, 37'230'000'000}, {ZQPOS_FRAMES, u"31", 0, 12'400'000},
+      {ZQPOS_MBT, u"2.2.000", 0, 25'000'000}, {ZQPOS_MBT, u"2:2", ZQPOS_PARSE_SHORT, 25'000'000},
       {ZQPOS_MBT, u"1.1.0", ZQPOS_PARSE_NO_ORIGIN, 25'000'000},
       {ZQPOS_MBT_ZERO, u"1.1.480", 0, 27'499'999},  // 5.5 quarters, truncated
-      {ZQPOS_SMPTE_30_DROP, u"00:01:00;02", 0, 600'600'000},
-      {ZQPOS_NANO, u" -7", 0, -7},
-      {ZQPOS_MICROSECONDS, u"2", 0, 20},
-      {ZQPOS_FEET_16MM, u"1+10", 0, 20'000'000},
-      {ZQPOS_FEET_35MM, u"3+2", 0, 20'000'000},
-      {ZQPOS_CD, u"00:00:01:15", 0, 12'000'000},
+      {ZQPOS_SMPTE_30_DROP, u"00:01:00;02", 0, 600'600'000}, {ZQPOS_NANO, u" -7", 0, -7},
+      {ZQPOS_MICROSECONDS, u"2", 0, 20}, {ZQPOS_FEET_16MM, u"1+10", 0, 20'000'000},
+      {ZQPOS_FEET_35MM, u"3+2", 0, 20'000'000}, {ZQPOS_CD, u"00:00:01:15", 0, 12'000'000},
   };
   for (const auto& c : cases) {
     const _zqposfmt f = Format(c.mode);
