@@ -21,6 +21,8 @@ namespace {
 
 // Texts longer than this do not cross (a buffer of a plug-in's name is 64).
 constexpr uint32_t kMaxText = 4096;
+// Stream data crosses in pieces of at most this many bytes.
+constexpr ULONG kMaxBytes = 32768;
 
 // --- Message bodies ------------------------------------------------------------
 
@@ -341,7 +343,15 @@ struct ProxyWrite {
     w.Put(n);
     w.Put(t, n * sizeof(WCHAR));
   }
-  void Master(IUnknown*& m) { w.Put<uint32_t>(c.Export(m, kZqRemoteMaster)); }
+  template <class P>
+  void Object(P*& p, uint16_t kind) {
+    w.Put<uint32_t>(c.Export(p, kind));
+  }
+  void BytesOut(void*& b, ULONG) { w.Put<uint8_t>(b != nullptr); }
+  void BytesIn(const void*& b, ULONG n) {
+    w.Put<uint8_t>(b != nullptr);
+    if (b) w.Put(b, n);
+  }
   void NoOuter(IUnknown*&) {}
   void NewObject(GUID& iid, void**& out) {
     w.Put(iid);
@@ -363,7 +373,12 @@ struct ProxyRead {
     if (b && n > 0) r.Get(b, size_t(n) * sizeof(WCHAR));
   }
   void TextIn(const WCHAR*&) {}
-  void Master(IUnknown*&) {}
+  template <class P>
+  void Object(P*&, uint16_t) {}
+  void BytesOut(void*& b, ULONG n) {
+    if (b) r.Get(b, n);
+  }
+  void BytesIn(const void*&, ULONG) {}
   void NoOuter(IUnknown*&) {}
   void NewObject(GUID& iid, void**& out) {
     const uint32_t id = r.Get<uint32_t>();
@@ -399,11 +414,30 @@ struct StubRead {
     text[n - 1] = 0;
     t = text;
   }
-  void Master(IUnknown*& m) {
+  template <class P>
+  void Object(P*& p, uint16_t kind) {
     const uint32_t id = r.Get<uint32_t>();
     if (id == 0 || !r.ok) return;
-    m = MakeProxy(&c, id, kZqRemoteMaster);
-    if (m) a.Keep(m);
+    IUnknown* proxy = MakeProxy(&c, id, kind);
+    if (proxy == nullptr) return;
+    void* typed = nullptr;
+    if (SUCCEEDED(proxy->QueryInterface(ZqIidOf<P>, &typed))) {
+      p = static_cast<P*>(typed);
+      a.Keep(p);
+    }
+    proxy->Release();
+  }
+  void BytesOut(void*& b, ULONG n) {
+    if (!r.Get<uint8_t>()) return;
+    if (n > kMaxBytes) return r.Fail();
+    b = a.Bytes(n);
+  }
+  void BytesIn(const void*& b, ULONG n) {
+    if (!r.Get<uint8_t>()) return;
+    if (n > kMaxBytes) return r.Fail();
+    void* copy = a.Bytes(n);
+    r.Get(copy, n);
+    b = copy;
   }
   void NoOuter(IUnknown*&) {}
   void NewObject(GUID& iid, void**& out) {
@@ -426,7 +460,12 @@ struct StubWrite {
     if (b && n > 0) w.Put(b, size_t(n) * sizeof(WCHAR));
   }
   void TextIn(const WCHAR*&) {}
-  void Master(IUnknown*&) {}
+  template <class P>
+  void Object(P*&, uint16_t) {}
+  void BytesOut(void*& b, ULONG n) {
+    if (b) w.Put(b, n);
+  }
+  void BytesIn(const void*&, ULONG) {}
   void NoOuter(IUnknown*&) {}
   void NewObject(GUID&, void**& out) {
     IUnknown* object = out ? static_cast<IUnknown*>(*out) : nullptr;
@@ -477,6 +516,11 @@ constexpr auto kTwo = [](auto& io, auto& a, auto& b) {
   io.Value(b);
 };
 
+constexpr auto kStreamOut = [](auto& io, auto& stream, auto& size) {
+  io.Object(stream, kZqRemoteStream);
+  io.Out(size);
+};
+
 constexpr auto kMethods = std::tuple{
     Describe<3, &I::GetEffectName>(kText),
     Describe<4, &I::GetVendorString>(kText),
@@ -487,7 +531,7 @@ constexpr auto kMethods = std::tuple{
       io.Value(length);
       io.TextOut(buffer, length);
     }),
-    Describe<8, &I::SetMaster>([](auto& io, auto& master) { io.Master(master); }),
+    Describe<8, &I::SetMaster>([](auto& io, auto& master) { io.Object(master, kZqRemoteMaster); }),
     Describe<9, &I::Idle>(kNone),
     Describe<10, &I::Suspend>(kOne),
     Describe<11, &I::Resume>(kOne),
@@ -508,7 +552,13 @@ constexpr auto kMethods = std::tuple{
     Describe<27, &I::SetProgram>(kOne),
     Describe<28, &I::GetProgramName>(kIndexText),
     Describe<29, &I::SetProgramName>([](auto& io, auto& name) { io.TextIn(name); }),
-    // 30 to 33, the preset and bank streams, do not cross yet: E_NOTIMPL.
+    Describe<30, &I::SavePreset>(kStreamOut),
+    Describe<31, &I::LoadPreset>([](auto& io, auto& stream) { io.Object(stream, kZqRemoteStream); }),
+    Describe<32, &I::SaveBank>(kStreamOut),
+    Describe<33, &I::LoadBank>([](auto& io, auto& stream, auto& program) {
+      io.Object(stream, kZqRemoteStream);
+      io.Value(program);
+    }),
     Describe<34, &I::EditOpen>([](auto& io, auto& window, auto& rect) {
       io.Value(window);
       io.Out(rect);
@@ -531,6 +581,29 @@ constexpr auto kMethods = std::tuple{
     Describe<10, &I::EndEdit>(effect::kOne),
 };
 }  // namespace master
+
+namespace stream {
+using I = IStream;
+constexpr auto kMethods = std::tuple{
+    Describe<3, &I::Read>([](auto& io, auto& buffer, auto& size, auto& read) {
+      io.Value(size);
+      io.BytesOut(buffer, size);
+      io.Out(read);
+    }),
+    Describe<4, &I::Write>([](auto& io, auto& buffer, auto& size, auto& written) {
+      io.Value(size);
+      io.BytesIn(buffer, size);
+      io.Out(written);
+    }),
+    Describe<5, &I::Seek>([](auto& io, auto& move, auto& origin, auto& position) {
+      io.Value(move);
+      io.Value(origin);
+      io.Out(position);
+    }),
+    Describe<6, &I::SetSize>(effect::kOne),
+    Describe<8, &I::Commit>(effect::kOne),
+};
+}  // namespace stream
 
 namespace factory {
 using I = IZqVstEffectFactory;
@@ -668,10 +741,10 @@ class EffectProxy final : public ZqComObject<EffectProxy, IZqVstEffect>, public 
   HRESULT STDMETHODCALLTYPE SetProgram(LONG index) override { return Call<27>(index); }
   HRESULT STDMETHODCALLTYPE GetProgramName(LONG i, WCHAR* b, int n) override { return Call<28>(i, b, n); }
   HRESULT STDMETHODCALLTYPE SetProgramName(const WCHAR* name) override { return Call<29>(name); }
-  HRESULT STDMETHODCALLTYPE SavePreset(IStream*, ULONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadPreset(IStream*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SaveBank(IStream*, ULONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE LoadBank(IStream*, LONG) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SavePreset(IStream* stream, ULONG* size) override { return Call<30>(stream, size); }
+  HRESULT STDMETHODCALLTYPE LoadPreset(IStream* stream) override { return Call<31>(stream); }
+  HRESULT STDMETHODCALLTYPE SaveBank(IStream* stream, ULONG* size) override { return Call<32>(stream, size); }
+  HRESULT STDMETHODCALLTYPE LoadBank(IStream* stream, LONG program) override { return Call<33>(stream, program); }
   HRESULT STDMETHODCALLTYPE EditOpen(ZQVSTWINDOW window, ZQVSTRECT* rect) override { return Call<34>(window, rect); }
   HRESULT STDMETHODCALLTYPE EditIdle() override { return Call<35>(); }
   HRESULT STDMETHODCALLTYPE EditClose() override { return Call<36>(); }
@@ -744,8 +817,65 @@ class MasterProxy final : public ZqComObject<MasterProxy, IZqVstMaster>, public 
   }
 };
 
+// The host's stream as the server's plug-in code reads and writes it.  Data
+// crosses in pieces; a piece that comes back short ends a read.
+class StreamProxy final : public ZqComObject<StreamProxy, IStream>, public ProxyBase {
+ public:
+  StreamProxy(ZqRemoteConnection* c, uint32_t id) : ProxyBase(c, id, kZqRemoteStream) {}
+
+  HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override {
+    if (read) *read = 0;
+    if (buffer == nullptr) return STG_E_INVALIDPOINTER;
+    HRESULT hr = S_OK;
+    for (ULONG done = 0; done < size;) {
+      void* piece = static_cast<uint8_t*>(buffer) + done;
+      const ULONG want = std::min(size - done, kMaxBytes);
+      ULONG got = 0;
+      hr = Invoke(At<3>(stream::kMethods), 0, piece, want, &got);
+      done += std::min(got, want);
+      if (read) *read = done;
+      if (FAILED(hr) || got < want) break;
+    }
+    return hr;
+  }
+  HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override {
+    if (written) *written = 0;
+    if (buffer == nullptr) return STG_E_INVALIDPOINTER;
+    HRESULT hr = S_OK;
+    for (ULONG done = 0; done < size;) {
+      const void* piece = static_cast<const uint8_t*>(buffer) + done;
+      const ULONG want = std::min(size - done, kMaxBytes);
+      ULONG put = 0;
+      hr = Invoke(At<4>(stream::kMethods), 0, piece, want, &put);
+      done += std::min(put, want);
+      if (written) *written = done;
+      if (FAILED(hr) || put < want) break;
+    }
+    return hr;
+  }
+  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position) override {
+    return Invoke(At<5>(stream::kMethods), 0, move, origin, position);
+  }
+  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override { return Invoke(At<6>(stream::kMethods), 0, size); }
+  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Commit(DWORD flags) override { return Invoke(At<8>(stream::kMethods), 0, flags); }
+  HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
+
+ private:
+  friend class ZqComObject<StreamProxy, IStream>;
+  ~StreamProxy() = default;
+};
+
 IUnknown* MakeProxy(ZqRemoteConnection* connection, uint32_t id, uint16_t iface) {
   switch (iface) {
+    case kZqRemoteStream:
+      return static_cast<IStream*>(new (std::nothrow) StreamProxy(connection, id));
     case kZqRemoteEffect:
       return static_cast<IZqVstEffect*>(new (std::nothrow) EffectProxy(connection, id));
     case kZqRemoteFactory:
@@ -978,6 +1108,7 @@ uint32_t ZqRemoteConnection::Export(IUnknown* object, uint16_t iface, uint16_t* 
       {kZqRemoteEffect, IZqVstEffect::kIid},
       {kZqRemoteFactory, IZqVstEffectFactory::kIid},
       {kZqRemoteMaster, IZqVstMaster::kIid},
+      {kZqRemoteStream, IStream::kIid},
   };
   void* found = nullptr;
   uint16_t k = 0;
@@ -1089,6 +1220,10 @@ bool ZqRemoteConnection::Serve(const ZqRemoteHeader& h, Reader& in, Writer& out,
       break;
     case kZqRemoteMaster:
       *status = StubDispatch(master::kMethods, h.method, static_cast<IZqVstMaster*>(object.Get()), in, out, *this,
+                             &broken);
+      break;
+    case kZqRemoteStream:
+      *status = StubDispatch(stream::kMethods, h.method, static_cast<IStream*>(object.Get()), in, out, *this,
                              &broken);
       break;
     default:

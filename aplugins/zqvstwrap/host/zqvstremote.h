@@ -53,6 +53,7 @@ enum ZqRemoteInterface : uint16_t {
   kZqRemoteFactory = 1,
   kZqRemoteEffect = 2,
   kZqRemoteMaster = 3,
+  kZqRemoteStream = 4,  // preset and bank data: the host's stream, read and written from the server
 };
 
 // Methods beyond the vtable slots.

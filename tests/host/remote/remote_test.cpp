@@ -13,6 +13,7 @@
 #include "aplugins/zqvstwrap/host/zqvstfactory_effect.h"
 #include "aplugins/zqvstwrap/host/zqvstremote.h"
 #include "kernel/com/object.h"
+#include "kernel/containers/streams.h"
 #include "platform/message.h"
 #include "platform/process.h"
 #include "platform/sync.h"
@@ -180,6 +181,50 @@ INSTANTIATE_TEST_SUITE_P(Plugins, ThroughTheServer,
                                          Chain{"zqbiquad", 2, false}, Chain{"zqtest_synth", 2, true},
                                          Chain{"zqtest_6x6", 6, false}),
                          [](const auto& info) { return std::string(info.param.plugin); });
+
+// Preset (false) or bank (true) data through a memory stream.
+std::vector<uint8_t> Save(IZqVstEffect* effect, bool bank) {
+  std::vector<uint8_t> data(1 << 20);
+  ZqComPtr<IStream> stream;
+  EXPECT_EQ(ZqCreateStreamFromMemory(data.data(), ULONG(data.size()), 0, stream.Put(), FALSE), S_OK);
+  ULONG size = 0;
+  EXPECT_EQ(bank ? effect->SaveBank(stream.Get(), &size) : effect->SavePreset(stream.Get(), &size), S_OK);
+  data.resize(size);
+  return data;
+}
+
+TEST(ThroughTheServer, PresetsAndBanksCrossBothWays) {
+  ServerFactory server;
+  for (const char* name : {"zqgain", "zqchunk"}) {
+    for (bool bank : {false, true}) {
+      SCOPED_TRACE(std::string(name) + (bank ? " bank" : " preset"));
+      ZqComPtr<IZqVstEffect> remote = server.Create(name);
+      ZqComPtr<IZqVstEffect> local;
+      ASSERT_EQ(ZqVstCreateEffectInProcess(PluginPath(name).c_str(), 0, IID_IZqVstEffect, local.PutVoid()), S_OK);
+      ASSERT_EQ(remote->SetParameter(0, 0.125f), S_OK);
+      ASSERT_EQ(local->SetParameter(0, 0.125f), S_OK);
+      std::vector<uint8_t> saved = Save(remote.Get(), bank);
+      EXPECT_EQ(saved, Save(local.Get(), bank));
+      // Loaded back into both after a change: the same answers.
+      HRESULT loaded[2];
+      float value[2] = {};
+      for (int i = 0; i < 2; ++i) {
+        IZqVstEffect* e = i ? local.Get() : remote.Get();
+        ASSERT_EQ(e->SetParameter(0, 0.75f), S_OK);
+        ZqComPtr<IStream> stream;
+        ASSERT_EQ(ZqCreateStreamFromMemory(saved.data(), ULONG(saved.size()), ULONG(saved.size()), stream.Put(),
+                                           FALSE),
+                  S_OK);
+        loaded[i] = bank ? e->LoadBank(stream.Get(), -1) : e->LoadPreset(stream.Get());
+        EXPECT_EQ(e->GetParameter(0, &value[i]), S_OK);
+      }
+      EXPECT_EQ(loaded[0], loaded[1]);
+      EXPECT_TRUE(SUCCEEDED(loaded[0]));
+      EXPECT_EQ(value[0], value[1]);
+      EXPECT_EQ(value[0], 0.125f);
+    }
+  }
+}
 
 TEST(ThroughTheServer, APluginAsksItsHostDuringProcessingAndIsAnsweredByTheWaitingThread) {
   ServerFactory server;
