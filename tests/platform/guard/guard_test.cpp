@@ -184,23 +184,15 @@ TEST(FaultGuard, FloatingPointStateAfterEachKindOfException) {
   }
 }
 
-TEST(FaultGuard, ThousandFaultsInARowLeaveTheThreadInOrder) {
-  int handled = 0;
-  for (int i = 0; i < 1000; ++i) {
-    EXCEPTION_RECORD rec{};
-    if (ZqGuardedAll([] { WriteBad(); }, &rec) == EXCEPTION_ACCESS_VIOLATION &&
-        rec.ExceptionInformation[1] == kBadWriteAddress)
-      ++handled;
-  }
-  EXPECT_EQ(1000, handled);
+TEST(FaultGuard, ACompletedBodyAnswersZeroAndLeavesTheRecordAlone) {
   int ran = 0;
   EXCEPTION_RECORD rec{};
   rec.ExceptionCode = 0x1234;
   Probe probe;
-  EXPECT_EQ(0u, ZqGuarded([&] { ++ran; }, std::ref(probe), &rec)) << "a body that completes answers 0";
+  EXPECT_EQ(0u, ZqGuarded([&] { ++ran; }, std::ref(probe), &rec));
   EXPECT_EQ(1, ran);
   EXPECT_EQ(0, probe.calls);
-  EXPECT_EQ(0x1234u, rec.ExceptionCode) << "and leaves the record alone";
+  EXPECT_EQ(0x1234u, rec.ExceptionCode);
 }
 
 TEST(FaultGuard, CppExceptionRecordNamesTheThrownTypeAndCannotContinue) {
