@@ -15,6 +15,7 @@ namespace {
 // Most specific first; the portable set answers every pair that exists.
 const RoutineSet* const kRoutineSets[] = {
 #if defined(ZQ_AUDIO_X86_VARIANTS)
+    &kAvx512Routines,
     &kAvx2Routines,
     &kSse2Routines,
 #endif
@@ -140,12 +141,7 @@ ZQ_API ZqAudioCopyChannelsFunction ZqAudio_GetCopyChannelsFunction(const _zqwave
 ZQ_API const char* ZqAudio_GetRoutineName(const void* routine) {
   if (!routine) return nullptr;
   static constexpr int kAllTypes[] = {16, 17, 18, 19, 32, 33, 48, 49, 64, 65, 66, 128, 129};
-  const RoutineSet* const sets[] = {
-#if defined(ZQ_AUDIO_X86_VARIANTS)
-      &kAvx2Routines, &kSse2Routines,
-#endif
-      &kPortableRoutines};
-  for (const RoutineSet* set : sets)
+  for (const RoutineSet* set : kRoutineSets)
     for (int d : kAllTypes)
       for (int s : kAllTypes) {
         const void* candidates[] = {

@@ -16,21 +16,31 @@ struct Avx2 {
     return true;  // every pair of the driver's list
   }
 
-  // Float to integer in single precision: exact for 16 and 24 value bits,
-  // since scaling by a power of two is exact and both round in the same
-  // mode.  NaN becomes 0, which is what the low bits of a widened float NaN
-  // give at these widths.
+  // Float to 24-bit integer in single precision: exact, since scaling by a
+  // power of two is exact and both round in the same mode.  NaN passes the
+  // clip (min and max answer their second operand for it) and converts to
+  // 0x80000000, whose low three bytes, the only ones written, are 0: the low
+  // bits of a widened float NaN.
   static __m256i FloatToInt(__m256 x, __m256 scale, __m256 hi, __m256 lo) {
     x = _mm256_mul_ps(x, scale);
-    x = _mm256_and_ps(x, _mm256_cmp_ps(x, x, _CMP_ORD_Q));
-    x = _mm256_max_ps(_mm256_min_ps(x, hi), lo);
+    x = _mm256_max_ps(lo, _mm256_min_ps(hi, x));
     return _mm256_cvtps_epi32(x);
+  }
+
+  // At 16 bits the saturating pack clips the bottom, where the conversion's
+  // overflow value also lands, so only the top is clipped here.
+  static __m256i FloatToInt16(__m256 x) {
+    x = _mm256_mul_ps(x, _mm256_set1_ps(32768.0f));
+    x = _mm256_and_ps(x, _mm256_cmp_ps(x, x, _CMP_ORD_Q));
+    return _mm256_cvtps_epi32(_mm256_min_ps(x, _mm256_set1_ps(32767.0f)));
   }
 
   // The double path: scale, clip with NaN passing (min and max answer their
   // second operand for NaN), add 1.5 * 2^52 and keep the low 32 bits.
   static __m128i DoubleToLow32(__m256d v, __m256d scale, __m256d hi, __m256d lo) {
-    v = _mm256_mul_pd(v, scale);
+    return RoundLow32(_mm256_mul_pd(v, scale), hi, lo);
+  }
+  static __m128i RoundLow32(__m256d v, __m256d hi, __m256d lo) {
     v = _mm256_max_pd(lo, _mm256_min_pd(hi, v));
     v = _mm256_add_pd(v, _mm256_set1_pd(kRoundMagic));
     const __m256 w = _mm256_permutevar8x32_ps(_mm256_castpd_ps(v), _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7));
@@ -79,6 +89,12 @@ struct Avx2 {
   static __m128i Pack24(__m128i v) {
     return _mm_shuffle_epi8(v, _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
   }
+  // The same for eight words into the first 24 bytes.
+  static __m256i Pack24x8(__m256i v) {
+    const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
+                                          0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(v, pack), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+  }
   // Writes exactly 24 bytes: the first store's spare bytes are covered by
   // the second.
   static void Store24x8(BYTE* d, __m128i a, __m128i b) {
@@ -93,15 +109,20 @@ struct Avx2 {
   static size_t Block(BYTE* d, const BYTE* s, size_t n) {
     size_t i = 0;
     if constexpr (D == 17 && S == 32) {
-      const __m256 scale = _mm256_set1_ps(32768.0f), hi = _mm256_set1_ps(32767.0f), lo = _mm256_set1_ps(-32768.0f);
       for (; i + 16 <= n; i += 16) {
-        const __m256i a = FloatToInt(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)), scale, hi, lo);
-        const __m256i b = FloatToInt(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i + 32)), scale, hi, lo);
+        const __m256i a = FloatToInt16(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)));
+        const __m256i b = FloatToInt16(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i + 32)));
         const __m256i p = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 2 * i), p);
       }
     } else if constexpr (D == 18 && S == 32) {
       const __m256 scale = _mm256_set1_ps(8388608.0f), hi = _mm256_set1_ps(8388607.0f), lo = _mm256_set1_ps(-8388608.0f);
+      // One 32-byte store per eight samples, its last 8 bytes covered by the
+      // next one, while at least three samples follow the group.
+      for (; i + 11 <= n; i += 8) {
+        const __m256i v = FloatToInt(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)), scale, hi, lo);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 3 * i), Pack24x8(v));
+      }
       for (; i + 8 <= n; i += 8) {
         const __m256i v = FloatToInt(_mm256_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)), scale, hi, lo);
         Store24x8(d + 3 * i, _mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
@@ -180,6 +201,68 @@ struct Avx2 {
       }
     }
     return i;
+  }
+
+  // ---- gain other than 1.0: the value path in double precision --------------
+
+  // Eight source values as two vectors of four doubles, multiplied by `k`:
+  // for an integer source the source factor times the gain, which gives what
+  // the value path's two multiplications give since the factor is a power
+  // of two; for a float source the gain times the destination's scale,
+  // whose product with the sample is exact either way.
+  template <int S>
+  static void LoadDoubles(const BYTE* s, __m256d k, __m256d& lo, __m256d& hi) {
+    if constexpr (S == 32) {
+      const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(s));
+      lo = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(x)), k);
+      hi = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(x, 1)), k);
+    } else {
+      __m256i w;
+      if constexpr (S == 17)
+        w = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+      else if constexpr (S == 18)
+        w = Load24x8(s);
+      else
+        w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+      lo = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(w)), k);
+      hi = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(w, 1)), k);
+    }
+  }
+
+  template <int D, int S>
+  static size_t BlockGain(BYTE* d, const BYTE* s, size_t n, double gain) {
+    constexpr bool kInt = D == 17 || D == 18 || D == 19;
+    if constexpr (!((D == 32 && (S == 17 || S == 18 || S == 19)) || (S == 32 && kInt))) {
+      return 0;
+    } else {
+      constexpr size_t bd = Sample<D>::kBytes, bs = Sample<S>::kBytes;
+      // A 24-bit source is read shifted left by 8.
+      const double factor = S == 18 ? 1.0 / 2147483648.0 : Sample<S>::kFactor;
+      const __m256d k = _mm256_set1_pd(D == 32 ? factor * gain : gain * Sample<D>::kScale);
+      const __m256d hi = _mm256_set1_pd(Sample<D>::kMax), lo = _mm256_set1_pd(Sample<D>::kMin);
+      size_t i = 0;
+      for (; i + 8 <= n; i += 8) {
+        __m256d a, b;
+        LoadDoubles<S>(s + bs * i, k, a, b);
+        BYTE* out = d + bd * i;
+        if constexpr (D == 32) {
+          _mm256_storeu_ps(reinterpret_cast<float*>(out), _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a)));
+        } else {
+          const __m128i x = RoundLow32(a, hi, lo), y = RoundLow32(b, hi, lo);
+          if constexpr (D == 17) {
+            // Keep the low 16 bits (NaN included), then pack.
+            const __m128i x16 = _mm_srai_epi32(_mm_slli_epi32(x, 16), 16);
+            const __m128i y16 = _mm_srai_epi32(_mm_slli_epi32(y, 16), 16);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packs_epi32(x16, y16));
+          } else if constexpr (D == 18) {
+            Store24x8(out, x, y);
+          } else {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_set_m128i(y, x));
+          }
+        }
+      }
+      return i;
+    }
   }
 
   template <bool kStream>

@@ -21,6 +21,7 @@ extern const RoutineSet kPortableRoutines;
 #define ZQ_AUDIO_X86_VARIANTS 1
 extern const RoutineSet kSse2Routines;
 extern const RoutineSet kAvx2Routines;
+extern const RoutineSet kAvx512Routines;
 #endif
 
 }  // namespace zq::audio

@@ -15,12 +15,14 @@ struct Sse2 {
     return D != 18 && S != 18;
   }
 
-  // See the AVX2 routines for why single precision is exact here.
-  static __m128i FloatToInt(__m128 x, __m128 scale, __m128 hi, __m128 lo) {
-    x = _mm_mul_ps(x, scale);
+  // Float to 16-bit integer in single precision, exact as the AVX2 routines
+  // explain; NaN becomes 0.  The saturating pack that follows clips the
+  // bottom, where the conversion's overflow value also lands, so only the
+  // top is clipped here.
+  static __m128i FloatToInt16(__m128 x) {
+    x = _mm_mul_ps(x, _mm_set1_ps(32768.0f));
     x = _mm_and_ps(x, _mm_cmpord_ps(x, x));
-    x = _mm_max_ps(_mm_min_ps(x, hi), lo);
-    return _mm_cvtps_epi32(x);
+    return _mm_cvtps_epi32(_mm_min_ps(x, _mm_set1_ps(32767.0f)));
   }
 
   // Float to 32-bit integer in single precision, fixed up with integer
@@ -51,10 +53,9 @@ struct Sse2 {
   static size_t Block(BYTE* d, const BYTE* s, size_t n) {
     size_t i = 0;
     if constexpr (D == 17 && S == 32) {
-      const __m128 scale = _mm_set1_ps(32768.0f), hi = _mm_set1_ps(32767.0f), lo = _mm_set1_ps(-32768.0f);
       for (; i + 8 <= n; i += 8) {
-        const __m128i a = FloatToInt(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)), scale, hi, lo);
-        const __m128i b = FloatToInt(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i + 16)), scale, hi, lo);
+        const __m128i a = FloatToInt16(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i)));
+        const __m128i b = FloatToInt16(_mm_loadu_ps(reinterpret_cast<const float*>(s + 4 * i + 16)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 2 * i), _mm_packs_epi32(a, b));
       }
     } else if constexpr (D == 19 && S == 32) {
@@ -113,6 +114,54 @@ struct Sse2 {
       }
     }
     return i;
+  }
+
+  // Gain other than 1.0, in double precision as the value path is: four
+  // samples as two pairs of doubles multiplied by `k`, the source factor
+  // times the gain (a power of two times the gain, so the one product is
+  // what the value path's two give) or for a float source the gain times the
+  // destination's scale (exact either way).
+  template <int D, int S>
+  static size_t BlockGain(BYTE* d, const BYTE* s, size_t n, double gain) {
+    if constexpr (!((D == 32 && (S == 17 || S == 19)) || (S == 32 && (D == 17 || D == 19)))) {
+      return 0;
+    } else {
+      constexpr size_t bd = Sample<D>::kBytes, bs = Sample<S>::kBytes;
+      const __m128d k = _mm_set1_pd(D == 32 ? Sample<S>::kFactor * gain : gain * Sample<D>::kScale);
+      const __m128d hi = _mm_set1_pd(Sample<D>::kMax), lo = _mm_set1_pd(Sample<D>::kMin);
+      size_t i = 0;
+      for (; i + 4 <= n; i += 4) {
+        __m128d a, b;
+        if constexpr (S == 32) {
+          const __m128 x = _mm_loadu_ps(reinterpret_cast<const float*>(s + bs * i));
+          a = _mm_cvtps_pd(x);
+          b = _mm_cvtps_pd(_mm_movehl_ps(x, x));
+        } else {
+          const __m128i w = S == 17 ? Widen16Lo(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + bs * i)))
+                                    : _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + bs * i));
+          a = _mm_cvtepi32_pd(w);
+          b = _mm_cvtepi32_pd(_mm_srli_si128(w, 8));
+        }
+        a = _mm_mul_pd(a, k);
+        b = _mm_mul_pd(b, k);
+        BYTE* out = d + bd * i;
+        if constexpr (D == 32) {
+          _mm_storeu_ps(reinterpret_cast<float*>(out), _mm_movelh_ps(_mm_cvtpd_ps(a), _mm_cvtpd_ps(b)));
+        } else {
+          const __m128d r = _mm_set1_pd(kRoundMagic);
+          const __m128i x = Low32(_mm_add_pd(_mm_max_pd(lo, _mm_min_pd(hi, a)), r),
+                                  _mm_add_pd(_mm_max_pd(lo, _mm_min_pd(hi, b)), r));
+          if constexpr (D == 17) {
+            // Keep the low 16 bits (NaN included), then pack.
+            const __m128i x16 = _mm_srai_epi32(_mm_slli_epi32(x, 16), 16);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packs_epi32(x16, x16));
+          } else {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), x);
+          }
+        }
+      }
+      return i;
+    }
   }
 
   template <bool kStream>

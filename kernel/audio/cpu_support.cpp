@@ -30,6 +30,11 @@ DWORD Detect() {
     w |= has(2, 12) ? ZQCPU_FMA : 0;
     __cpuidex(r, 7, 0);
     w |= has(1, 5) ? ZQCPU_AVX2 : 0;
+    // The mask, upper and high registers saved by the system too.
+    if (has(1, 16) && has(1, 17) && has(1, 30) && has(1, 31) && (_xgetbv(0) & 0xE6) == 0xE6) {
+      w |= ZQCPU_AVX512;
+      w |= has(2, 1) ? ZQCPU_AVX512VBMI : 0;
+    }
   }
 #else
   __builtin_cpu_init();
@@ -46,6 +51,11 @@ DWORD Detect() {
   w |= __builtin_cpu_supports("avx") ? ZQCPU_AVX : 0;
   w |= __builtin_cpu_supports("avx2") ? ZQCPU_AVX2 : 0;
   w |= __builtin_cpu_supports("fma") ? ZQCPU_FMA : 0;
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+      __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl")) {
+    w |= ZQCPU_AVX512;
+    w |= __builtin_cpu_supports("avx512vbmi") ? ZQCPU_AVX512VBMI : 0;
+  }
 #endif
   w |= family >= 6 ? 6 : family;
 #endif

@@ -21,6 +21,10 @@ constexpr DWORD ZQCPU_FCMOV = 0x2000;
 // Above the bits of the original word.
 constexpr DWORD ZQCPU_AVX2 = 0x4000;
 constexpr DWORD ZQCPU_FMA = 0x8000;
+// AVX-512 foundation with the byte/word, doubleword/quadword and vector
+// length extensions, all four together; and the byte permutes on top.
+constexpr DWORD ZQCPU_AVX512 = 0x10000;
+constexpr DWORD ZQCPU_AVX512VBMI = 0x20000;
 
 // The detected word limited to the allowed mask and to `mask` (0 means all
 // bits), with the forced bits ORed in.

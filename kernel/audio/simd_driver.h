@@ -4,6 +4,9 @@
 //   template <int D, int S> static size_t Block(BYTE* d, const BYTE* s, size_t n)
 //       converts the first samples of `n` (a multiple of its width) with gain
 //       1.0 and answers how many; 0 for a pair it does not vectorise;
+//   template <int D, int S> static size_t BlockGain(BYTE* d, const BYTE* s, size_t n, double gain)
+//       likewise with a gain other than 1.0, in double precision as the
+//       value path is;
 //   template <int S> static constexpr bool HasSplit()
 //   template <int S, bool kStream> static size_t Split(BYTE* l, BYTE* r, const BYTE* s, size_t frames)
 //       interleaved stereo of type S straight into two float planes (S 32:
@@ -47,11 +50,14 @@ struct Driver {
 
   template <int D, int S>
   static void Copy(void* dst, const void* src, DWORD count, float gain) {
+    BYTE* d = static_cast<BYTE*>(dst);
+    const BYTE* s = static_cast<const BYTE*>(src);
     if (gain != 1.0f) {
-      CopyPortable<D, S>(dst, src, count, gain);
+      const size_t k = Isa::template BlockGain<D, S>(d, s, count, double(gain));
+      CopyLoop<D, S, true>(d + k * Sample<D>::kBytes, s + k * Sample<S>::kBytes, count - k, gain);
       return;
     }
-    Convert<D, S>(static_cast<BYTE*>(dst), static_cast<const BYTE*>(src), count);
+    Convert<D, S>(d, s, count);
   }
 
   template <int D, int S>
@@ -263,6 +269,13 @@ struct Driver {
 
   static constexpr RoutineSet MakeSet(const char* name, DWORD features) {
     return {name, features, &CopyLookup, &CopyChannelsLookup, &DeInterleaveLookup, &InterleaveLookup};
+  }
+  // A set of the copy and copy-channels routines alone: its (de-)interleave
+  // lookups answer nothing, so the next set's routines serve them.
+  static ZqAudioDeInterleaveFunction NoDeInterleave(ZQSAMPLETYPE, ZQSAMPLETYPE) { return nullptr; }
+  static ZqAudioInterleaveFunction NoInterleave(ZQSAMPLETYPE, ZQSAMPLETYPE) { return nullptr; }
+  static constexpr RoutineSet MakeCopySet(const char* name, DWORD features) {
+    return {name, features, &CopyLookup, &CopyChannelsLookup, &NoDeInterleave, &NoInterleave};
   }
 };
 
