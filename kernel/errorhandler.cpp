@@ -303,6 +303,17 @@ class Writer {
   int length_;
 };
 
+// Copies `size` bytes of any readable memory.  Dumps read what lies on a
+// stack or around an address, which the address checker of instrumented
+// builds may hold poisoned: the copy is left uninstrumented on purpose.
+__attribute__((no_sanitize("address"))) bool ReadBytes(const void* at, void* out, size_t size) {
+  if (!ZqIsMemoryReadable(at, size)) return false;
+  const volatile BYTE* from = static_cast<const volatile BYTE*>(at);
+  BYTE* to = static_cast<BYTE*>(out);
+  for (size_t i = 0; i < size; ++i) to[i] = from[i];
+  return true;
+}
+
 // " <base> + <offset> (<file>)" for a word that points into a module.
 bool AddModule(Writer& w, ULONG_PTR word) {
   ULONG_PTR base = 0;
@@ -316,8 +327,7 @@ bool AddModule(Writer& w, ULONG_PTR word) {
 // One stack line; answers whether the word points into a module.
 bool StackLine(Writer& w, ULONG_PTR at, const char* lead) {
   ULONG_PTR word = 0;
-  const bool readable = ZqIsMemoryReadable(reinterpret_cast<const void*>(at), sizeof word);
-  if (readable) std::memcpy(&word, reinterpret_cast<const void*>(at), sizeof word);
+  const bool readable = ReadBytes(reinterpret_cast<const void*>(at), &word, sizeof word);
   w.Add("%s%p: ", lead, reinterpret_cast<void*>(at));
   if (readable)
     w.Add("%016llX ", static_cast<unsigned long long>(word));
@@ -341,8 +351,7 @@ void DumpStack(Writer& w, ULONG_PTR sp, ULONG_PTR top) {
     for (ULONG_PTR walk = std::max(at, sp + 64); walk + 16 <= top && hits < 6 && w.Room() >= ZQDUMP_RESERVE;
          walk += kWord) {
       ULONG_PTR word = 0;
-      if (!ZqIsMemoryReadable(reinterpret_cast<const void*>(walk), kWord)) break;
-      std::memcpy(&word, reinterpret_cast<const void*>(walk), kWord);
+      if (!ReadBytes(reinterpret_cast<const void*>(walk), &word, kWord)) break;
       if (ZqDescribeAddress(reinterpret_cast<const void*>(word), nullptr, nullptr, 0)) {
         StackLine(w, walk, ">");
         ++hits;
@@ -366,18 +375,18 @@ int DumpUnits(char* dst, int size, const void* address, int count, int unit, int
     w.Add(" %p: ", static_cast<const void*>(bytes + line));
     std::string shown;
     for (int i = 0; i < unit * perLine; i += unit) {
-      const BYTE* at = bytes + line + i;
+      BYTE at[4] = {};
       if (line + i >= count) {
         w.Add("%*s", unit * 2 + 1, "");
         continue;
       }
-      if (!ZqIsMemoryReadable(at, unit)) {
+      if (!ReadBytes(bytes + line + i, at, unit)) {
         w.Add("%s ", unit == 1 ? ".." : "........");
         shown.append(unit, '.');
         continue;
       }
       if (unit == 1) {
-        w.Add("%02X ", *at);
+        w.Add("%02X ", at[0]);
       } else {
         DWORD word = 0;
         std::memcpy(&word, at, sizeof word);
