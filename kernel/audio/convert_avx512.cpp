@@ -39,19 +39,26 @@ struct Avx512 {
 
   // Sixteen packed 24-bit samples in the top three bytes of 32-bit lanes
   // (the low byte cleared): the integer shifted left by 8.
+  // `n` is the number of samples from `s` on, which may exceed sixteen: with
+  // six more (16 bytes) a whole vector may be read.
   static __m512i Load24(const BYTE* s, size_t n) {
     const __m512i spread = _mm512_set_epi32(
         0x2F2E2D00, 0x2C2B2A00, 0x29282700, 0x26252400, 0x23222100, 0x201F1E00, 0x1D1C1B00, 0x1A191800,  //
         0x17161500, 0x14131200, 0x11100F00, 0x0E0D0C00, 0x0B0A0900, 0x08070600, 0x05040300, 0x02010000);
-    const __m512i x = _mm512_maskz_loadu_epi8(Bytes24(n), s);
+    const __m512i x = n >= 22 ? _mm512_loadu_si512(s) : _mm512_maskz_loadu_epi8(Bytes24(n), s);
     return _mm512_maskz_permutexvar_epi8(__mmask64(0xEEEEEEEEEEEEEEEEull), spread, x);
   }
   // The low three bytes of sixteen 32-bit lanes, packed, the first `n` written.
+  // Likewise `n` counts the samples from `d` on: with six more a whole vector
+  // is written, its last 16 bytes left to the next group.
   static void Store24(BYTE* d, __m512i v, size_t n) {
     const __m512i pack = _mm512_set_epi32(
         0, 0, 0, 0, 0x3E3D3C3A, 0x39383635, 0x34323130, 0x2E2D2C2A,  //
         0x29282625, 0x24222120, 0x1E1D1C1A, 0x19181615, 0x14121110, 0x0E0D0C0A, 0x09080605, 0x04020100);
-    _mm512_mask_storeu_epi8(d, Bytes24(n), _mm512_permutexvar_epi8(pack, v));
+    if (n >= 22)
+      _mm512_storeu_si512(d, _mm512_permutexvar_epi8(pack, v));
+    else
+      _mm512_mask_storeu_epi8(d, Bytes24(n), _mm512_permutexvar_epi8(pack, v));
   }
 
   // The source as sixteen normalised floats.  Converting an integer of 16
@@ -145,10 +152,10 @@ struct Avx512 {
         }
       }
       for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
-        Step<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), kLanes);
-        Step<D, S>(d + bd * (i + kLanes), s + bs * (i + kLanes), __mmask16(0xFFFF), kLanes);
+        Step<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), n - i);
+        Step<D, S>(d + bd * (i + kLanes), s + bs * (i + kLanes), __mmask16(0xFFFF), n - i - kLanes);
       }
-      for (; i + kLanes <= n; i += kLanes) Step<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), kLanes);
+      for (; i + kLanes <= n; i += kLanes) Step<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), n - i);
       if (i < n) Step<D, S>(d + bd * i, s + bs * i, Lanes(n - i), n - i);
       return n;
     }
@@ -216,7 +223,7 @@ struct Avx512 {
       const double factor = S == 18 ? 1.0 / 2147483648.0 : Sample<S>::kFactor;
       const __m512d k = _mm512_set1_pd(D == 32 ? factor * gain : gain * Sample<D>::kScale);
       size_t i = 0;
-      for (; i + kLanes <= n; i += kLanes) StepGain<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), kLanes, k);
+      for (; i + kLanes <= n; i += kLanes) StepGain<D, S>(d + bd * i, s + bs * i, __mmask16(0xFFFF), n - i, k);
       if (i < n) StepGain<D, S>(d + bd * i, s + bs * i, Lanes(n - i), n - i, k);
       return n;
     }

@@ -16,7 +16,9 @@
 namespace {
 
 constexpr int kCopyTypes[] = {16, 17, 18, 19, 32, 33, 48, 49, 64, 65, 66};
-constexpr DWORD kFrameCounts[] = {0, 1, 3, 253, 512, 4099};
+// 18, 21 and 22 end just before, at and just after the counts from which
+// the 24-bit routines may write a whole vector past the samples of a group.
+constexpr DWORD kFrameCounts[] = {0, 1, 3, 18, 21, 22, 253, 512, 4099};
 constexpr size_t kGuard = 64;
 constexpr uint8_t kGuardByte = 0xA5;
 
