@@ -23,15 +23,16 @@ ZQ_API int ZqKernel_EarlyInitialize(HMODULE instance, DWORD options) {
   // The library's texts: its string resources and dialog texts in every
   // language it was built with.
   if (instance) ZqResource_RegisterModule(instance, &g_zqKernelResources);
-  // Print tokens come before the locale values, which register theirs.
-  const BOOL tokens = ZqPrintF_CreateTokenList();
+  // Print tokens come before the locale values, which register theirs;
+  // without them the kernel does not start its language either.
+  if (!ZqPrintF_CreateTokenList()) return 0;
   // The kernel's handle reads the user's UI language at its first lookup;
   // the host tells another one later through ZqLang_UpdateKernelLCID.
   HZQLANG kernel = ZqLang_GetKernelLang();
   if (!kernel && SUCCEEDED(ZqLang_Open(&kernel, instance, 0, 0))) ZqLang_SetKernelLang(kernel);
   if (!kernel) return 0;
   ZqLang_GetInternationals(nullptr, 0);
-  return tokens ? 1 : 0;
+  return 1;
 }
 
 ZQ_API int ZqKernel_LateTerminate(HMODULE, DWORD) {

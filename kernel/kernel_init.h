@@ -11,16 +11,18 @@
 #include "platform/module.h"
 
 // Keeps `instance` as the application module (the module whose texts the
-// kernel's language handle reads), makes its resource store known, opens the
-// kernel's language handle with the user's UI language still unchosen
-// (unless it is open already) and reads the locale's values.  `options` bit
-// 0 is kept, and when it is clear, bit 5 as bit 1 (ZqKernel_GetOptions).
-// Answers 1 when the language handle is open and 0 otherwise, never a
+// kernel's language handle reads), makes its resource store known, creates
+// the print's token list (kernel/printf.h; without it nothing more starts),
+// opens the kernel's language handle with the user's UI language still
+// unchosen (unless it is open already) and reads the locale's values, which
+// registers the print's separator tokens.  `options` bit 0 is kept, and
+// when it is clear, bit 5 as bit 1 (ZqKernel_GetOptions).  Answers 1 when
+// the token list and the language handle exist and 0 otherwise, never a
 // negative value: a kernel that could not start fully must not stop its
 // library from loading.
 ZQ_API int ZqKernel_EarlyInitialize(HMODULE instance, DWORD options = 0);
-// Closes the kernel's language handle, forgets the application module and
-// its store.  Answers 1.  Both arguments are not read.
+// Closes the kernel's language handle, destroys the token list, forgets the
+// application module and its store.  Answers 1.  Both arguments are not read.
 ZQ_API int ZqKernel_LateTerminate(HMODULE instance = nullptr, DWORD reserved = 0);
 
 // The application module given at start (null before it and after the stop).

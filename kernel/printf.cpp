@@ -264,10 +264,10 @@ Spec ParseSpec(const WCHAR* s, int n) {
   }
   // Sizes: I64, ll (64-bit); I32, l, h, hh, L (32-bit or the plain double);
   // h / w also choose the width of c and s.
-  if (i + 2 < n + 1 && i + 2 <= n && s[i] == u'I' && s[i + 1] == u'6' && s[i + 2] == u'4') {
+  if (i + 3 <= n && s[i] == u'I' && s[i + 1] == u'6' && s[i + 2] == u'4') {
     spec.size = Spec::Long64;
     i += 3;
-  } else if (i + 2 <= n && s[i] == u'I' && s[i + 1] == u'3' && s[i + 2] == u'2') {
+  } else if (i + 3 <= n && s[i] == u'I' && s[i + 1] == u'3' && s[i + 2] == u'2') {
     i += 3;
   } else if (i + 1 < n && s[i] == u'l' && s[i + 1] == u'l') {
     spec.size = Spec::Long64;
@@ -574,8 +574,8 @@ class Scanner {
         return next;
       case u'c': case u's':
         if (!spec.valid) {
-          (void)(conversion == u'c' ? args_.I32() : 0);
-          if (conversion == u's') (void)args_.Pointer();
+          if (conversion == u'c') (void)args_.I32();
+          else (void)args_.Pointer();
           break;
         }
         Text(piece, spec, conversion, args_);
