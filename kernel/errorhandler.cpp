@@ -472,16 +472,37 @@ ZQ_API void ZqErrorHandler_DumpExceptionRecord(char* dst, int size, LPCWSTR thre
   if ((sections & ZQDUMP_STACK) && context) DumpStack(w, context->Rsp, top);
 }
 
+namespace {
+
+void AddDump(const char* dump, LPCWSTR title) {
+  ZqErrorHandler_DetailsInit();
+  ZqErrorHandler_DetailsAddString(ZQ_E_EXCEPTION, u"%s",
+                                  title ? title : ZqGetString(nullptr, ZqLangEntryRef(ZQSTR::PLUGIN_UNKNOWN)));
+  const std::u16string wide = ZqUtf8ToUtf16(dump);
+  ZqErrorHandler_DetailsAddString(ZQ_E_EXCEPTION, u"%s", wide.c_str());
+}
+
+int ShowDetails() {
+  return ZqErrorHandler_MsgBoxText(ZQMB_NO_OWNER, 48, ZqErrorHandler_GetErrorMessage(0, ZQ_E_EXCEPTION, nullptr),
+                                   false);
+}
+
+}  // namespace
+
+ZQ_API int ZqErrorHandler_ShowException(const EXCEPTION_POINTERS* pointers, LPCWSTR threadName, LPCWSTR title) {
+  char dump[4096] = "";
+  ZqErrorHandler_DumpExceptionRecord(dump, sizeof dump, threadName, pointers, ZQDUMP_ALL);
+  AddDump(dump, title);
+  return ShowDetails();
+}
+
 ZQ_API LONG ZqErrorHandler_ExceptionFilter(const EXCEPTION_POINTERS* pointers, LPCWSTR threadName) {
   if (!pointers || !pointers->ExceptionRecord) return 0;
   if (pointers->ExceptionRecord->ExceptionCode == EXCEPTION_DATATYPE_MISALIGNMENT) return 0;
   char dump[4096] = "";
   ZqErrorHandler_DumpExceptionRecord(dump, sizeof dump, threadName, pointers, ZQDUMP_ALL);
   if (IsDebuggerPresent()) return 0;
-  ZqErrorHandler_DetailsInit();
-  ZqErrorHandler_DetailsAddString(ZQ_E_EXCEPTION, u"%s", ZqMsgBoxGetAppTitle());
-  const std::u16string wide = ZqUtf8ToUtf16(dump);
-  ZqErrorHandler_DetailsAddString(ZQ_E_EXCEPTION, u"%s", wide.c_str());
-  ZqErrorHandler_MsgBoxText(ZQMB_NO_OWNER, 48, ZqErrorHandler_GetErrorMessage(0, ZQ_E_EXCEPTION, nullptr), false);
+  AddDump(dump, ZqMsgBoxGetAppTitle());
+  ShowDetails();
   return 1;
 }

@@ -168,10 +168,14 @@ ZQ_API int ZqErrorHandler_DumpHexDWords(char* dst, int size, const void* address
 // memory prints as dots.
 ZQ_API void ZqErrorHandler_DumpExceptionRecord(char* dst, int size, LPCWSTR threadName,
                                                const EXCEPTION_POINTERS* pointers, UINT sections);
+// Shows an exception: the details record is cleared and given `title`
+// (null: "Unknown plug-in") and the dump (at most 4,096 bytes) as two lines
+// under ZQ_E_EXCEPTION, and the box of context 0 and ZQ_E_EXCEPTION opens
+// with no owner and the exclamation icon.  Answers the box's result.
+ZQ_API int ZqErrorHandler_ShowException(const EXCEPTION_POINTERS* pointers, LPCWSTR threadName, LPCWSTR title);
 // The filter of a guard that reports: passes misalignment faults and faults
-// under a debugger on (0); otherwise fills the details record with the
-// application's title and the dump under ZQ_E_EXCEPTION, shows the box
-// with no owner, and answers 1 (handle).
+// under a debugger on (0); otherwise shows the exception under the
+// application's title and answers 1 (handle).
 ZQ_API LONG ZqErrorHandler_ExceptionFilter(const EXCEPTION_POINTERS* pointers, LPCWSTR threadName);
 // The name of an exception code ("access violation"), or "Unknown Type".
 ZQ_API LPCSTR ZqErrorHandler_ExceptionName(DWORD code);

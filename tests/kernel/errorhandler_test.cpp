@@ -183,9 +183,12 @@ TEST(ErrorDump, TheFilterShowsTheDumpAsDetails) {
   EXPECT_NE(text.find(u"<Details>\r\nTest App\r\nException 0xC0000094 (integer divide by zero)"), Text::npos);
   EXPECT_EQ(capture.boxes()[0].owner, nullptr);
   EXPECT_EQ(capture.boxes()[0].flags, 48u | ZQMB_DETAILS);
+  EXPECT_EQ(ZqErrorHandler_ShowException(&pointers, u"main", nullptr), 1);
+  ASSERT_EQ(capture.boxes().size(), 2u);
+  EXPECT_NE(capture.boxes()[1].text.find(u"<Details>\r\nUnknown plug-in\r\nException 0xC0000094"), Text::npos);
   record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT;
   EXPECT_EQ(ZqErrorHandler_ExceptionFilter(&pointers, u"main"), 0);
-  EXPECT_EQ(capture.boxes().size(), 1u);
+  EXPECT_EQ(capture.boxes().size(), 2u);
 }
 
 }  // namespace
