@@ -90,8 +90,9 @@ TEST(ListFields, IsListLooksBeforeItReads) {
   auto* map = static_cast<BYTE*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(map, MAP_FAILED);
   ASSERT_EQ(mprotect(map + page, page, PROT_NONE), 0);
-  BYTE* straddling = map + page - offsetof(tZQLIST, magic) - sizeof(DWORD);
-  std::memcpy(straddling, l.get(), offsetof(tZQLIST, magic) + sizeof(DWORD));  // magic fits
+  const size_t head = (offsetof(tZQLIST, magic) + sizeof(DWORD) + 7) & ~size_t{7};  // through magic, aligned
+  BYTE* straddling = map + page - head;
+  std::memcpy(straddling, l.get(), head);  // magic fits
   tZQLIST zero{};
   struct Case {
     const void* p;
