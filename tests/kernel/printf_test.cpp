@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "base/status.h"
 #include "tests/kernel/text_locale.h"
@@ -102,6 +104,23 @@ TEST_F(PrintF, TokensAreAddedReplacedAndDeletedInAnyCase) {
   EXPECT_FALSE(ZqPrintF_DeleteToken(u"AppName"));
   EXPECT_EQ(Print(u"$(AppName)"), "$(AppName)");
   EXPECT_EQ(Print(u"$(m.b)$(b.t)"), "..");  // the registered ones are untouched
+}
+
+TEST_F(PrintF, TokensChangeWhileOtherThreadsPrint) {
+  std::atomic<bool> done{false};
+  std::thread changer([&] {
+    for (int i = 0; i < 2000; ++i) {
+      ZqPrintF_AddToken(u"Busy", i % 2 ? u"odd value" : u"even");
+      if (i % 7 == 0) ZqPrintF_DeleteToken(u"busy");
+    }
+    done = true;
+  });
+  while (!done) {
+    const std::string text = Print(u"[$(Busy)]");
+    ASSERT_TRUE(text == "[odd value]" || text == "[even]" || text == "[$(Busy)]") << text;
+  }
+  changer.join();
+  ZqPrintF_DeleteToken(u"Busy");
 }
 
 // Every form at every size up to its length: nothing is written past the
