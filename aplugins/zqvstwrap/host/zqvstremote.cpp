@@ -236,8 +236,9 @@ class ZqRemoteConnection : public std::enable_shared_from_this<ZqRemoteConnectio
 
 class AudioServer {
  public:
-  AudioServer(ZqRemoteConnection* connection, IZqVstEffect* effect, int fd, AudioBlockHeader* block, size_t size)
-      : m_connection(connection), m_effect(effect), m_fd(fd), m_block(block), m_size(size) {
+  AudioServer(ZqRemoteConnection* connection, IZqVstEffect* effect, int fd, AudioBlockHeader* block, size_t size,
+              uint32_t capacity)
+      : m_connection(connection), m_effect(effect), m_fd(fd), m_block(block), m_size(size), m_capacity(capacity) {
     m_thread = std::thread([this] { Loop(); });
   }
   ~AudioServer() {
@@ -304,13 +305,13 @@ class AudioServer {
     const bool hasSource = h->hasSource != 0;
     uint64_t in = 0, out = 0;
     if (!BlockSizes(sourceChannels, frames, bytesPerSample, &in) ||
-        !BlockSizes(destinationChannels, frames, bytesPerSample, &out) || in > h->capacity || out > h->capacity) {
+        !BlockSizes(destinationChannels, frames, bytesPerSample, &out) || in > m_capacity || out > m_capacity) {
       h->status = E_INVALIDARG;
       return;
     }
     uint8_t* data = reinterpret_cast<uint8_t*>(h) + kAudioDataOffset;
     t_audioServer = this;
-    h->status = m_effect->ProcessAudio(hasSource ? data : nullptr, sourceChannels, data + h->capacity,
+    h->status = m_effect->ProcessAudio(hasSource ? data : nullptr, sourceChannels, data + m_capacity,
                                        destinationChannels, frames, bytesPerSample);
     t_audioServer = nullptr;
   }
@@ -320,6 +321,7 @@ class AudioServer {
   int m_fd;
   AudioBlockHeader* m_block;
   size_t m_size;
+  const uint32_t m_capacity;  // checked against the block's size when it came
   std::thread m_thread;
 };
 
@@ -337,7 +339,7 @@ struct ProxyWrite {
   void Value(T& v) { w.Put(v); }
   template <class T>
   void Out(T*& p) { w.Put<uint8_t>(p != nullptr); }
-  void TextOut(WCHAR*& b, int) { w.Put<uint8_t>(b != nullptr); }
+  void TextOut(WCHAR*& b, int&) { w.Put<uint8_t>(b != nullptr); }
   void TextIn(const WCHAR*& t) {
     const uint32_t n = t ? uint32_t(lstrlenW(t)) + 1 : 0;
     w.Put(n);
@@ -369,8 +371,8 @@ struct ProxyRead {
   void Out(T*& p) {
     if (p) *p = r.Get<T>();
   }
-  void TextOut(WCHAR*& b, int n) {
-    if (b && n > 0) r.Get(b, size_t(n) * sizeof(WCHAR));
+  void TextOut(WCHAR*& b, int& n) {
+    if (b && n > 0) r.Get(b, size_t(std::min(n, int(kMaxText))) * sizeof(WCHAR));
   }
   void TextIn(const WCHAR*&) {}
   template <class P>
@@ -400,9 +402,11 @@ struct StubRead {
   void Value(T& v) { v = r.Get<T>(); }
   template <class T>
   void Out(T*& p) { p = r.Get<uint8_t>() ? a.New<T>() : nullptr; }
-  void TextOut(WCHAR*& b, int n) {
+  // A longer buffer than a text can be is cut to kMaxText; both sides cut
+  // the same way.
+  void TextOut(WCHAR*& b, int& n) {
     if (!r.Get<uint8_t>()) return;
-    if (n > int(kMaxText)) return r.Fail();
+    n = std::min(n, int(kMaxText));
     b = static_cast<WCHAR*>(a.Bytes(size_t(n > 0 ? n : 1) * sizeof(WCHAR)));
   }
   void TextIn(const WCHAR*& t) {
@@ -456,7 +460,7 @@ struct StubWrite {
   void Out(T*& p) {
     if (p) w.Put(*p);
   }
-  void TextOut(WCHAR*& b, int n) {
+  void TextOut(WCHAR*& b, int& n) {
     if (b && n > 0) w.Put(b, size_t(n) * sizeof(WCHAR));
   }
   void TextIn(const WCHAR*&) {}
@@ -620,11 +624,12 @@ constexpr auto kMethods = std::tuple{
     Describe<4, &I::LockServer>(effect::kOne),
     Describe<5, &I::ProbeEffect>([](auto& io, auto& path, auto& id, auto& name, auto& vendor, auto& product,
                                     auto& info, auto& limit) {
+      int length = 64;
       io.TextIn(path);
       io.Value(id);
-      io.TextOut(name, 64);
-      io.TextOut(vendor, 64);
-      io.TextOut(product, 64);
+      io.TextOut(name, length);
+      io.TextOut(vendor, length);
+      io.TextOut(product, length);
       io.Out(info);
       io.Value(limit);
     }),
@@ -1193,9 +1198,9 @@ bool ZqRemoteConnection::Serve(const ZqRemoteHeader& h, Reader& in, Writer& out,
       return true;
     }
     auto* block = static_cast<AudioBlockHeader*>(view);
-    block->capacity = capacity;  // what was checked, whatever the block said
     std::unique_ptr<AudioServer> old;
-    auto audio = std::make_unique<AudioServer>(this, static_cast<IZqVstEffect*>(object.Get()), fd, block, size);
+    auto audio =
+        std::make_unique<AudioServer>(this, static_cast<IZqVstEffect*>(object.Get()), fd, block, size, capacity);
     {
       std::lock_guard<std::mutex> guard(m_exportLock);
       auto it = m_exports.find(h.object);

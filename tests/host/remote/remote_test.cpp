@@ -148,6 +148,9 @@ TEST_P(ThroughTheServer, AnswersAndOutputAreThoseInProcess) {
   WCHAR a[64], b[64];
   ASSERT_EQ(remote->GetEffectName(a, 64), local->GetEffectName(b, 64));
   EXPECT_EQ(std::u16string(a), std::u16string(b));
+  std::vector<WCHAR> longBuffer(10000, u'x');
+  EXPECT_EQ(remote->GetEffectName(longBuffer.data(), int(longBuffer.size())), S_OK) << "a buffer longer than any text";
+  EXPECT_EQ(std::u16string(longBuffer.data()), std::u16string(b));
   VstEffectInfo ra{}, la{};
   EXPECT_EQ(remote->GetEffectInfo(&ra), local->GetEffectInfo(&la));
   EXPECT_EQ(std::memcmp(&ra, &la, sizeof ra), 0);
