@@ -63,8 +63,8 @@ std::shared_ptr<ZqRemoteConnection> FindServer(const GUID& classId) {
   return nullptr;
 }
 
-// What the class object look-up of the original found: a running server of
-// this process answers.
+// The class object of a server this process started, found in its own table
+// of connected servers.
 HRESULT GetServerClassObject(const GUID& classId, IClassFactory** factory) {
   *factory = nullptr;
   if (IsZero(classId)) return REGDB_E_CLASSNOTREG;
@@ -206,7 +206,8 @@ HRESULT ZqVstGetEffectFactory(BOOL inProcess, REFIID riid, void** object, const 
   if (FAILED(hr)) {
     HRESULT started;
     std::shared_ptr<ZqRemoteConnection> connection = StartServer(vendor, product, &started);
-    if (!connection) return started == CO_E_SERVER_EXEC_FAILURE ? hr : started;
+    // A server that did not come up leaves the look-up's failure.
+    if (!connection) return hr;
     g_serverProcessId = ZqRemoteProcessId(connection);
     g_serverClassId = ZqVstServerClassId(g_serverProcessId);
     g_servers.emplace_back(g_serverClassId, std::move(connection));

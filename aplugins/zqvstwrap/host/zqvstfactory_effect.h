@@ -57,9 +57,9 @@ class CZqVstEffectFactory final : public ZqComObject<CZqVstEffectFactory, IZqVst
 // plug-ins), or of the server, started when none of this process runs (with
 // the identity given on its command line).  `serverProcessId` and
 // `useCount` (optional) receive the server's id and the use count after
-// this request.  A server that does not come up answers the failure of the
-// look-up (REGDB_E_CLASSNOTREG, or CO_E_SERVER_EXEC_FAILURE for a server
-// that ended or answered in a form not understood).
+// this request.  A server that does not come up within 5 s (a missing
+// program, one that ended or answered in a form not understood) leaves the
+// failure of the look-up, REGDB_E_CLASSNOTREG.
 ZQ_EXPORT HRESULT ZqVstGetEffectFactory(BOOL inProcess, REFIID riid, void** object, const WCHAR* vendor,
                                         const WCHAR* product, DWORD* serverProcessId, LONG* useCount);
 // Gives back a factory of ZqVstGetEffectFactory (null: nothing).  0.

@@ -14,6 +14,7 @@
 #include "aplugins/zqvstwrap/host/zqvstremote.h"
 #include "kernel/com/object.h"
 #include "kernel/containers/streams.h"
+#include "platform/environment.h"
 #include "platform/message.h"
 #include "platform/process.h"
 #include "platform/sync.h"
@@ -125,6 +126,14 @@ TEST(ServerFactory, SharesOneServerCountsItsUsesAndKnowsItsClassId) {
     EXPECT_EQ(f->CreateInstance(nullptr, IID_IZqVstEffectFactory, same.PutVoid()), S_OK);
     EXPECT_TRUE(same);
   }
+}
+
+TEST(ServerFactory, AServerThatDoesNotComeUpLeavesTheLookUpsFailure) {
+  SetEnvironmentVariableW(u"ZQ_SERVER_PATH", u"/no/such/folder/zqvstserver");
+  ServerFactory missing;
+  SetEnvironmentVariableW(u"ZQ_SERVER_PATH", nullptr);
+  EXPECT_EQ(missing.hr, REGDB_E_CLASSNOTREG);
+  EXPECT_FALSE(missing.factory);
 }
 
 struct Chain {
