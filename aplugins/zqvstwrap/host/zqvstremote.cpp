@@ -263,7 +263,7 @@ class AudioServer {
       return false;
     }
     std::memcpy(m_block->callback, &h, sizeof h);
-    std::memcpy(m_block->callback + sizeof h, body.bytes.data(), body.bytes.size());
+    if (!body.bytes.empty()) std::memcpy(m_block->callback + sizeof h, body.bytes.data(), body.bytes.size());
     m_block->callbackSize = uint32_t(sizeof h + body.bytes.size());
     SetState(m_block, kAudioCallback);
     const uint32_t s = WaitWhile(m_block, kAudioCallback, INFINITE, [] { return true; });

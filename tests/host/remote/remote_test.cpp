@@ -97,7 +97,7 @@ void Prepare(IZqVstEffect* effect, int channels, int frames) {
 std::vector<float> Render(IZqVstEffect* effect, int channels, int frames, int blocks, bool silentSource) {
   std::vector<float> in(size_t(channels) * frames), out(in.size()), all;
   for (int b = 0; b < blocks; ++b) {
-    for (size_t i = 0; i < in.size(); ++i) in[i] = float(((b * 7919 + int(i) * 104729) % 2001) - 1000) / 1000.0f;
+    for (size_t i = 0; i < in.size(); ++i) in[i] = float(int((size_t(b) * 7919 + i * 104729) % 2001) - 1000) / 1000.0f;
     EXPECT_EQ(effect->ProcessAudio(silentSource ? nullptr : in.data(), channels, out.data(), channels, frames, 4), S_OK);
     all.insert(all.end(), out.begin(), out.end());
   }
