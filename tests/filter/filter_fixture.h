@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aplugins/zqvstwrap/discovery/zqvstfactory.h"
@@ -14,6 +15,7 @@
 #include "mediafw/memsource.h"
 #include "tests/mediafw/failing_sink.h"
 #include "platform/environment.h"
+#include "platform/message.h"
 #include "platform/module.h"
 #include "platform/text.h"
 
@@ -136,6 +138,19 @@ class ScopedVariable {
   bool had_ = false;
   std::u16string old_;
 };
+
+// A window that does nothing with its messages, and the WM_COMMAND words
+// posted to this thread's windows since the last call.
+inline LRESULT QuietWindow(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  return DefWindowProcW(window, message, wParam, lParam);
+}
+inline std::vector<std::pair<HWND, WPARAM>> TakeCommands() {
+  std::vector<std::pair<HWND, WPARAM>> got;
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+    if (msg.message == WM_COMMAND) got.emplace_back(msg.hwnd, msg.wParam);
+  return got;
+}
 
 enum : int { kSlotBlockSize = 2, kSlotStartCount = 5, kSlotProcessCount = 7 };
 

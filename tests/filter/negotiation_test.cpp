@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "filter_fixture.h"
-#include "platform/message.h"
 
 namespace {
 
@@ -160,10 +159,6 @@ TEST(FilterTypes, ANewInputRateIsTakenOnlyWhenDownstreamAcceptsTheOutputAndTheGr
   EXPECT_FALSE(static_cast<CBasePin*>(chain.in)->IsConnected());
 }
 
-LRESULT QuietWindow(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-  return DefWindowProcW(window, message, wParam, lParam);
-}
-
 TEST(FilterNotify, FourWindowsAreToldAndDeadOnesAreDropped) {
   FilterChain chain(Register("zqgain", FourCC("ZqGn")));
   HWND windows[5];
@@ -178,10 +173,7 @@ TEST(FilterNotify, FourWindowsAreToldAndDeadOnesAreDropped) {
   chain.Feed(Wave(WAVE_FORMAT_PCM, 2, 44100, 16), data, 64);
   ASSERT_EQ(chain.ConnectAll(), S_OK);  // input type (0), then output type (1)
 
-  std::vector<std::pair<HWND, WPARAM>> got;
-  MSG msg;
-  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-    if (msg.message == WM_COMMAND) got.emplace_back(msg.hwnd, msg.wParam);
+  const std::vector<std::pair<HWND, WPARAM>> got = TakeCommands();
   // Each window took the last free place, so the first registered is told
   // last; only the low word of an id goes out.
   const std::vector<std::pair<HWND, WPARAM>> expected = {
@@ -214,11 +206,8 @@ TEST(FilterNotify, ThePlugInsEditorSizeAndDisplayChangesAreTold) {
   EXPECT_EQ(chain.prop->GetParamValue(0, &value), S_OK);
   EXPECT_EQ(value, 0.125f);
 
-  std::vector<WPARAM> got;
-  MSG msg;
-  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-    if (msg.message == WM_COMMAND) got.push_back(msg.wParam);
-  EXPECT_EQ(got, (std::vector<WPARAM>{7 | 200u << 16, 7 | 300u << 16}));
+  const std::vector<std::pair<HWND, WPARAM>> expected = {{window, 7 | 200u << 16}, {window, 7 | 300u << 16}};
+  EXPECT_EQ(TakeCommands(), expected);
   master->Release();
   DestroyWindow(window);
 }

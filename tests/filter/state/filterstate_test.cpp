@@ -11,7 +11,6 @@
 #include "kernel/containers/streambase.h"
 #include "kernel/containers/streams.h"
 #include "kernel/memory.h"
-#include "platform/message.h"
 #include "tests/support/test_folder.h"
 
 namespace {
@@ -361,38 +360,20 @@ TEST_F(FilterState, AFailedWriteLeavesNoFile) {
   EXPECT_FALSE(fs::exists(fs::path(ZqUtf16ToUtf8(preset))));
 }
 
-// A window on this thread that counts the WM_COMMAND notifications it gets.
-struct Notified {
-  int program = 0;
-  int other = 0;
-};
-
-LRESULT CountCommands(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message == WM_COMMAND) {
-    auto* seen = reinterpret_cast<Notified*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    if ((wParam >> 16) == ZQVSTNOTIFY_PROGRAM) ++seen->program;
-    else ++seen->other;
-    return 0;
-  }
-  return DefWindowProcW(window, message, wParam, lParam);
-}
-
-int DrainProgramNotifications(Notified* seen) {
-  MSG m;
-  while (PeekMessageW(&m, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&m);
-  const int n = seen->program;
-  seen->program = 0;
+// The program notifications posted since the last call.
+int ProgramNotifications() {
+  int n = 0;
+  for (const auto& command : TakeCommands()) n += (command.second >> 16) == ZQVSTNOTIFY_PROGRAM;
   return n;
 }
 
 TEST_F(FilterState, LoadsRefreshThePagesSavesDoNot) {
   TempFolder folder("notify");
-  Notified seen;
-  HWND window = ZqCreateWindow(CountCommands, reinterpret_cast<LONG_PTR>(&seen));
+  HWND window = ZqCreateWindow(&QuietWindow, 0);
   ASSERT_NE(window, nullptr);
   StateFilter f(gain_);
   ASSERT_EQ(f.prop->SetNotifyWindow(window, 7), S_OK);
-  DrainProgramNotifications(&seen);
+  ProgramNotifications();
 
   const std::u16string preset = folder.File("p.fxp");
   const std::u16string bank = folder.File("b.fxb");
@@ -400,21 +381,21 @@ TEST_F(FilterState, LoadsRefreshThePagesSavesDoNot) {
   ASSERT_EQ(f.persist->Save(state.stream, TRUE), S_OK);
   ASSERT_EQ(f.presets->SavePresetFile(preset.c_str()), S_OK);
   ASSERT_EQ(f.presets->SaveBankFile(bank.c_str()), S_OK);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 0);
+  EXPECT_EQ(ProgramNotifications(), 0);
 
   EXPECT_EQ(f.presets->SetPreset(1), S_OK);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 1);
+  EXPECT_EQ(ProgramNotifications(), 1);
   LARGE_INTEGER start{};
   state.stream->Seek(start, STREAM_SEEK_SET, nullptr);
   EXPECT_EQ(f.persist->Load(state.stream), S_OK);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 1);
+  EXPECT_EQ(ProgramNotifications(), 1);
   EXPECT_EQ(f.presets->LoadPresetFile(preset.c_str()), S_OK);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 1);
+  EXPECT_EQ(ProgramNotifications(), 1);
   EXPECT_EQ(f.presets->LoadBankFile(bank.c_str()), S_OK);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 1);
+  EXPECT_EQ(ProgramNotifications(), 1);
   // A failed load refreshes all the same: the plug-in may have moved.
   EXPECT_EQ(f.presets->LoadPresetFile(folder.File("none.fxp").c_str()), ZQ_E_OPEN_FILE);
-  EXPECT_EQ(DrainProgramNotifications(&seen), 1);
+  EXPECT_EQ(ProgramNotifications(), 1);
 
   f.prop->SetNotifyWindow(window, 0);
   DestroyWindow(window);
