@@ -283,7 +283,8 @@ constexpr ExceptionNameRow kExceptionNames[] = {
 // Appends to a narrow text of `size` bytes.
 class Writer {
  public:
-  Writer(char* dst, int size) : dst_(dst), size_(size), length_(dst && size > 0 ? static_cast<int>(strnlen(dst, size)) : 0) {
+  Writer(char* dst, int size)
+      : dst_(dst), size_(size), length_(dst && size > 0 ? static_cast<int>(strnlen(dst, size)) : 0) {
     if (dst_ && size_ > 0 && length_ >= size_) dst_[length_ = size_ - 1] = 0;
   }
   void Add(const char* format, ...) __attribute__((format(printf, 2, 3))) {
@@ -320,7 +321,8 @@ bool AddModule(Writer& w, ULONG_PTR word) {
   char path[MAX_PATH];
   if (!ZqDescribeAddress(reinterpret_cast<const void*>(word), &base, path, sizeof path)) return false;
   const char* name = std::strrchr(path, '/');
-  w.Add(" %p + %lX (%s)", reinterpret_cast<void*>(base), static_cast<unsigned long>(word - base), name ? name + 1 : path);
+  w.Add(" %p + %lX (%s)", reinterpret_cast<void*>(base), static_cast<unsigned long>(word - base),
+        name ? name + 1 : path);
   return true;
 }
 

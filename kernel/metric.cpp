@@ -45,9 +45,10 @@ struct Name {
 // Application root or Metrics key path.
 void KeyPath(WCHAR (&dst)[MAX_PATH], LPCWSTR company, LPCWSTR app, DWORD version, const WCHAR* leaf) {
   const DWORD major = version >> 24, minor = (version >> 16) & 0xFF;
-  const int n = major ? ZqKernelFormat(dst, MAX_PATH, u"Software\\%s\\%s\\%u.%u", company ? company : kCompany,
-                                       app ? app : u"", major, minor)
-                      : ZqKernelFormat(dst, MAX_PATH, u"Software\\%s\\%s", company ? company : kCompany, app ? app : u"");
+  company = company ? company : kCompany;
+  app = app ? app : u"";
+  const int n = major ? ZqKernelFormat(dst, MAX_PATH, u"Software\\%s\\%s\\%u.%u", company, app, major, minor)
+                      : ZqKernelFormat(dst, MAX_PATH, u"Software\\%s\\%s", company, app);
   if (leaf) ZqKernelCopy(dst + n, MAX_PATH - n, leaf);
 }
 
@@ -68,7 +69,9 @@ HRESULT Write(HKEY key, const WCHAR* name, DWORD type, const void* data, DWORD s
   return RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), size) == ERROR_SUCCESS ? S_OK : E_FAIL;
 }
 
-int Clip(int value, int min, int max) { return min == max ? value : std::clamp(value, std::min(min, max), std::max(min, max)); }
+int Clip(int value, int min, int max) {
+  return min == max ? value : std::clamp(value, std::min(min, max), std::max(min, max));
+}
 
 int ReadText(HZQMETRIC h, int id, DWORD type, LPWSTR dst, int dstChars, LPCWSTR def, BOOL keepEmpty) {
   if (!dst || dstChars < 1) return 0;
@@ -177,7 +180,8 @@ ZQ_API DWORD ZqRegGetSubKeyCount(HKEY key, LPCWSTR subKey, UINT* longest) {
   if (RegOpenKeyExW(key, subKey, 0, KEY_READ, &opened) != ERROR_SUCCESS) return 0;
   DWORD count = 0, maxName = 0;
   const LSTATUS status =
-      RegQueryInfoKeyW(opened, nullptr, nullptr, nullptr, &count, &maxName, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+      RegQueryInfoKeyW(opened, nullptr, nullptr, nullptr, &count, &maxName, nullptr, nullptr, nullptr, nullptr,
+                       nullptr, nullptr);
   RegCloseKey(opened);
   if (status != ERROR_SUCCESS) return 0;
   if (longest) *longest = maxName + 1;

@@ -113,8 +113,9 @@ int ShowCustom(HWND window, UINT flags, LPCWSTR details, LPCWSTR checkText, int*
   box.text = text;
   box.detailsText = details;
   box.noClose = ZqMsgBox_IsNoClose(flags);
-  box.checkText = (flags & ZQMB_CHECKBOX) && !checkText ? ZqGetString(nullptr, ZqLangEntryRef(ZQSTR::MSG_DONT_SHOW_AGAIN))
-                                                       : checkText;
+  box.checkText = checkText;
+  if ((flags & ZQMB_CHECKBOX) && !checkText)
+    box.checkText = ZqGetString(nullptr, ZqLangEntryRef(ZQSTR::MSG_DONT_SHOW_AGAIN));
   box.checkValue = check;
   box.title = title;
   box.linkAddress = linkAddress;

@@ -493,7 +493,9 @@ ZQ_API BOOL ZqIsFileExecutable(HANDLE file, UINT* machine, WORD* characteristics
   std::string bytes(kChunk, '\0');
   DWORD got = 0;
   BOOL result = 0;
-  const auto u16 = [&](size_t at) { return static_cast<WORD>(static_cast<BYTE>(bytes[at]) | static_cast<BYTE>(bytes[at + 1]) << 8); };
+  const auto u16 = [&](size_t at) {
+    return static_cast<WORD>(static_cast<BYTE>(bytes[at]) | static_cast<BYTE>(bytes[at + 1]) << 8);
+  };
   if (SetFilePointer(file, 0, nullptr, FILE_BEGIN) == 0 && ReadFile(file, bytes.data(), kChunk, &got, nullptr) &&
       got >= 64 && bytes[0] == 'M' && bytes[1] == 'Z') {
     const DWORD e = u16(60) | static_cast<DWORD>(u16(62)) << 16;

@@ -26,9 +26,16 @@ class ErrorHandler : public ::testing::Test {
 TEST_F(ErrorHandler, MessagesJoinTheContextAndTheStatus) {
   const Text longContext(1990, u'c');
   const Text hugeContext(3000, u'h');
-  const struct { const char* what; UINT_PTR context; HRESULT status; const char16_t* argument; Text expected; } kCases[] = {
+  const struct {
+    const char* what;
+    UINT_PTR context;
+    HRESULT status;
+    const char16_t* argument;
+    Text expected;
+  } kCases[] = {
       {"context with its argument", 7, ZQ_E_DISK_FULL, u"a.wav",
-       u"An error occurred while creating the media file a.wav.\n\nThe disk is full. Please free some space and try again."},
+       u"An error occurred while creating the media file a.wav.\n\n"
+       u"The disk is full. Please free some space and try again."},
       {"a status without text", 0, static_cast<HRESULT>(0x8004E999), nullptr,
        u"An error occurred during the current operation.\n\nError 0x8004e999 (message missing)"},
       {"an unknown context takes row 0", 13, E_UNEXPECTED, nullptr,
@@ -128,7 +135,8 @@ TEST(ErrorNumbers, PlatformAndDialogNumbersBecomeStatuses) {
   const struct { DWORD code; uint32_t status; } kWin32[] = {
       {0, 0}, {2, 0x8004E00A}, {3, 0x8004E00A}, {5, 0x80070005}, {32, 0x8004E05A}, {80, 0x8004E032},
                 {112, 0x8004E002}, {123, 0x8004E00D}, {183, 0x8004E170}, {87, 0x80004005}, {99999, 0x80004005}};
-  for (const auto& c : kWin32) EXPECT_EQ(static_cast<uint32_t>(ZqErrorHandler_TranslateWin32Error(c.code)), c.status) << c.code;
+  for (const auto& c : kWin32)
+    EXPECT_EQ(static_cast<uint32_t>(ZqErrorHandler_TranslateWin32Error(c.code)), c.status) << c.code;
   const struct { DWORD code; uint32_t status; } kDialog[] = {
       {0, 0}, {0xFFFF, 0x80070057}, {0x3001, 0x8007000E}, {6, 0x8004E00E}, {0x3002, 0x8004E00D}, {12, 0x80004005}};
   for (const auto& c : kDialog)
@@ -163,7 +171,8 @@ TEST(ErrorDump, AFaultIsReportedWithItsModuleRegistersAndStack) {
       });
   ASSERT_EQ(code, EXCEPTION_ACCESS_VIOLATION);
   const std::string text = report;
-  for (const char* part : {"Exception 0xC0000005 (access violation) WRITE:0x", "In Module '", "zq_kernel_tests' at Address 0x",
+  for (const char* part : {"Exception 0xC0000005 (access violation) WRITE:0x", "In Module '",
+                           "zq_kernel_tests' at Address 0x",
                            "Thread: worker ID=0x", "Registers:\r\n RAX=", "Bytes at CS:EIP:\r\n", "Stack Dump:\r\n"})
     EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
   EXPECT_STREQ(ZqErrorHandler_ExceptionName(0x12345678), "Unknown Type");

@@ -50,7 +50,8 @@ TEST(MsgBoxRules, ButtonSetsDefaultsAndTheNoUIAnswer) {
 TEST(MsgBoxRules, EscapeAndTheDetailsButton) {
   const struct { UINT set; int id; int result; } kCases[] = {
       {ZQMB_OK, ZQID_CANCEL, ZQID_OK},      {ZQMB_YESNO, ZQID_CANCEL, 0}, {ZQMB_ABORTRETRYIGNORE, ZQID_CANCEL, 0},
-      {ZQMB_OKCANCEL, ZQID_CANCEL, ZQID_CANCEL}, {ZQMB_YESNO, ZQID_DETAILS, 0}, {ZQMB_YESNODELETE, ZQID_DELETE, ZQID_DELETE},
+      {ZQMB_OKCANCEL, ZQID_CANCEL, ZQID_CANCEL}, {ZQMB_YESNO, ZQID_DETAILS, 0},
+      {ZQMB_YESNODELETE, ZQID_DELETE, ZQID_DELETE},
   };
   for (const auto& c : kCases) EXPECT_EQ(ZqMsgBox_ResultOfCommand(c.set, c.id), c.result) << c.set << "/" << c.id;
 }
@@ -77,7 +78,8 @@ TEST(MsgBox, HookedBoxesSeeTheTextTheyWouldShow) {
 
 TEST(MsgBox, WithoutHookTheDefaultButtonAnswers) {
   ZqMsgBoxSetAppData(nullptr, nullptr, u"Test App");
-  EXPECT_EQ(ZqMsgBox_CustomNoF(nullptr, ZQMB_YESNOCANCEL | 2u << ZQMB_DEFAULT_SHIFT, nullptr, u"headless"), ZQID_CANCEL);
+  const UINT thirdDefault = ZQMB_YESNOCANCEL | 2u << ZQMB_DEFAULT_SHIFT;
+  EXPECT_EQ(ZqMsgBox_CustomNoF(nullptr, thirdDefault, nullptr, u"headless"), ZQID_CANCEL);
   EXPECT_EQ(ZqMessageBox(nullptr, u"headless", nullptr, ZQMB_OKCANCEL | 9u << ZQMB_DEFAULT_SHIFT), ZQID_CANCEL);
 }
 

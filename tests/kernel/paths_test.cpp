@@ -201,7 +201,8 @@ TEST(PathEllipsis, StringsShortenAtEitherEnd) {
   for (bool fromEnd : {false, true}) {
     WCHAR b[64];
     lstrcpyW(b, text.c_str());
-    EXPECT_EQ(fromEnd ? ZqCalcStringEllipsisFromEnd(nullptr, b, 64, width) : ZqCalcStringEllipsis(nullptr, b, 64, width), 1);
+    const auto shorten = fromEnd ? ZqCalcStringEllipsisFromEnd : ZqCalcStringEllipsis;
+    EXPECT_EQ(shorten(nullptr, b, 64, width), 1);
     EXPECT_LE(Width(b), width - 2);
     const Text shown = b;
     EXPECT_EQ(fromEnd ? shown.substr(0, 3) : shown.substr(shown.size() - 3), u"...");
@@ -263,7 +264,8 @@ TEST_F(PathDisk, TemporaryNamesNeverCollide) {
   const auto make = [&](std::vector<Text>* out) {
     for (int i = 0; i < kPerThread; ++i) {
       WCHAR name[MAX_PATH];
-      if (ZqCreateTempFileAndNameEx(dir.c_str(), u"rec", u".tmp", u"%04d", name, MAX_PATH) == S_OK) out->push_back(name);
+      if (ZqCreateTempFileAndNameEx(dir.c_str(), u"rec", u".tmp", u"%04d", name, MAX_PATH) == S_OK)
+        out->push_back(name);
     }
   };
   std::thread a(make, &names[0]), b(make, &names[1]);
@@ -353,7 +355,8 @@ TEST_F(PathDisk, ExecutableHeaders) {
       EXPECT_EQ(flags, 0x2102) << c.what;
     }
   }
-  EXPECT_EQ(ZqGetFileExecutableInfo(At("none.dll").c_str(), nullptr, nullptr), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(ZqGetFileExecutableInfo(At("none.dll").c_str(), nullptr, nullptr),
+            HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
 }
 
 TEST_F(PathDisk, SpecialFoldersFollowXdgAndAreCreated) {
@@ -396,4 +399,6 @@ TEST_F(PathDisk, SharedFoldersComeFromTheMachineStore) {
 
 // The system's font configuration library keeps caches that it never frees;
 // measuring text loads it, and the leak checker would count its caches.
-extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
+extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig.so\n";
+}

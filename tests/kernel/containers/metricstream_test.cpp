@@ -22,7 +22,8 @@ TEST(MetricStream, StoresUpToThePositionAndWritesBackAtTheStart) {
   ASSERT_EQ(ZqMetric_Open(&h, u"MetricStreamTest", 0, nullptr), S_OK);
   static char big[4096], out[16];
   std::memcpy(big, "settings", 8);
-  const struct { ULONGLONG position; HRESULT status; } kSets[] = {{0, E_UNEXPECTED}, {2049, E_INVALIDARG}, {2048, S_OK}, {8, S_OK}};
+  const struct { ULONGLONG position; HRESULT status; } kSets[] = {
+      {0, E_UNEXPECTED}, {2049, E_INVALIDARG}, {2048, S_OK}, {8, S_OK}};
   for (const auto& c : kSets) {
     IStream* stream = StreamAt(big, sizeof big, c.position);
     EXPECT_EQ(ZqSetMetricStream(h, 1, stream), c.status) << c.position;
