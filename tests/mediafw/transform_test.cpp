@@ -184,31 +184,19 @@ TEST(MediaFwState, StreamingStartsAndStopsOncePerRunAndOnlyWhenConnected) {
 }
 
 TEST(MediaFwState, PausingWithoutAnInputConnectionEndsTheStreamDownstream) {
-  CZqCollectSink* sink = nullptr;
-  CZqCollectSink::Create(&sink);
-  auto* fake = new zqtest::CFakeTransform();
-  fake->NonDelegatingAddRef();
   // A connected output needs a connected input, so the output is tested on
   // a filter whose input was disconnected afterwards.
-  CZqMemorySource* source = nullptr;
-  CZqMemorySource::Create(&source);
-  WAVEFORMATEX fmt = Pcm16(1, 8000);
-  source->SetFormat(&fmt);
-  ASSERT_EQ(source->OutputPin()->Connect(fake->Input(), nullptr), S_OK);
-  ASSERT_EQ(fake->Output()->Connect(sink->InputPin(), nullptr), S_OK);
-  source->OutputPin()->Disconnect();
-  fake->Input()->Disconnect();
-  sink->Pause();
-  EXPECT_EQ(fake->Pause(), S_OK);
-  EXPECT_EQ(sink->EndOfStreamCount(), 1);
-  EXPECT_EQ(fake->starts, 0);
-  fake->Stop();
-  sink->Stop();
-  fake->Output()->Disconnect();
-  sink->InputPin()->Disconnect();
-  source->Release();
-  fake->Release();
-  sink->Release();
+  Chain c;
+  c.Feed(Pcm16(1, 8000), 10, 10, false);
+  ASSERT_EQ(c.ConnectAll(), S_OK);
+  c.graph->Disconnect(c.source->OutputPin());
+  c.graph->Disconnect(c.fake->Input());
+  c.sink->Pause();
+  EXPECT_EQ(c.fake->Pause(), S_OK);
+  EXPECT_EQ(c.sink->EndOfStreamCount(), 1);
+  EXPECT_EQ(c.fake->starts, 0);
+  c.fake->Stop();
+  c.sink->Stop();
 }
 
 TEST(MediaFwStreaming, SamplesReachTheSinkWithTimesAndFlags) {
