@@ -1,4 +1,5 @@
 // zqprobe [--id ID] [--report-fd N] [--quiet] [--] MODULE
+// zqprobe --serve N
 //
 // Loads one VST 2.x module, enters it (asking a shell for plug-in ID, 0 by
 // default), opens the effect and closes it again, every call inside the
@@ -11,12 +12,21 @@
 //                ending, and end when that socket hangs up (the host has
 //                gone: a hung module must not outlive it)
 // --quiet        print nothing (otherwise one line on stdout)
+// --serve N      a probe server for a scan: answers request after request
+//                on the inherited socket N (the records of
+//                aplugins/zqvstwrap/discovery/zqvstprobeserver.h), module
+//                after module, until the socket hangs up.  A module that
+//                hangs or ends the process ends the server; the host
+//                starts another.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <utility>
 
+#include "aplugins/zqvstwrap/discovery/zqvstprobeserver.h"
 #include "aplugins/zqvstwrap/host/zqvstprobe.h"
 #include "platform/guard.h"
 #include "platform/process.h"
@@ -29,6 +39,7 @@ namespace {
 struct Options {
   int32_t id = 0;
   int reportFd = -1;
+  int serveFd = -1;
   bool quiet = false;
   const char* module = nullptr;
 };
@@ -58,6 +69,9 @@ bool Parse(int argc, char** argv, Options* o) {
     } else if (options && std::strcmp(a, "--report-fd") == 0) {
       if (!ParseNumber(i + 1 < argc ? argv[++i] : nullptr, 3, 1 << 20, &v)) return false;
       o->reportFd = static_cast<int>(v);
+    } else if (options && std::strcmp(a, "--serve") == 0) {
+      if (!ParseNumber(i + 1 < argc ? argv[++i] : nullptr, 3, 1 << 20, &v)) return false;
+      o->serveFd = static_cast<int>(v);
     } else if (options && a[0] == '-' && a[1] != '\0') {
       return false;
     } else if (o->module == nullptr) {
@@ -66,7 +80,7 @@ bool Parse(int argc, char** argv, Options* o) {
       return false;
     }
   }
-  return o->module != nullptr;
+  return o->module != nullptr || o->serveFd >= 0;
 }
 
 // Ends the probe when its host hangs up the report socket: a module that
@@ -96,13 +110,39 @@ const char* ResultText(uint16_t result) {
   }
 }
 
-ZqProbeReport Probe(const Options& o) {
+// The texts and properties of an opened effect, for the probe server.
+void ReadEffect(AEffect* e, ZqProbeServerAnswer* a, const std::function<intptr_t(int32_t, void*)>& dispatch) {
+  char text[256];
+  const std::pair<int32_t, char*> texts[] = {
+      {effGetEffectName, a->name}, {effGetVendorString, a->vendor}, {effGetProductString, a->product}};
+  for (const auto& [opcode, out] : texts) {
+    // Plug-ins write past the documented lengths; the buffer is larger.
+    std::memset(text, 0, sizeof text);
+    dispatch(opcode, text);
+    std::memcpy(out, text, 63);
+    out[63] = 0;
+  }
+  const intptr_t vendorVersion = dispatch(effGetVendorVersion, nullptr);
+  ZqGuardedAll([&] {
+    const int32_t words[9] = {e->uniqueID, e->version,        static_cast<int32_t>(vendorVersion),
+                              e->numPrograms, e->numParams, e->numInputs, e->numOutputs,
+                              e->initialDelay, e->flags};
+    std::memcpy(a->info, words, sizeof words);
+  });
+}
+
+// Loads `module` for plug-in `id`, enters it, opens and closes the effect.
+// With `extra` the effect's texts and properties are read while it is open;
+// with `keepShell` a shell's container stays loaded and open in *shell
+// instead (for listing its sub-plug-ins).
+ZqProbeReport ProbeModule(const char* module, int32_t id, ZqProbeServerAnswer* extra, bool keepShell,
+                          ZqToolModule* shell) {
   ZqProbeReport r{};
-  ZqToolSetCurrentId(o.id);
+  ZqToolSetCurrentId(id);
   ZqToolModule m;
   // A module's constructors run inside the load and may fault as well.
   ZqToolLoad load = ZqToolLoad::Fault;
-  const DWORD loadFault = ZqGuardedAll([&] { load = ZqToolFindEntry(o.module, &m); });
+  const DWORD loadFault = ZqGuardedAll([&] { load = ZqToolFindEntry(module, &m); });
   if (loadFault != 0) {
     r.result = kZqProbeFault;
     r.detail = loadFault;
@@ -140,22 +180,28 @@ ZqProbeReport Probe(const Options& o) {
   // Each call has its own guard: a fault is an ordinary answer, as it is
   // for an effect in a host.
   DWORD firstFault = 0;
-  auto dispatch = [&](int32_t opcode) -> intptr_t {
+  auto dispatchPtr = [&](int32_t opcode, void* ptr) -> intptr_t {
     intptr_t answer = -1;
-    const DWORD code = ZqGuardedAll([&] { answer = e->dispatcher(e, opcode, 0, 0, nullptr, 0.0f); });
+    const DWORD code = ZqGuardedAll([&] { answer = e->dispatcher(e, opcode, 0, 0, ptr, 0.0f); });
     if (code != 0 && firstFault == 0) firstFault = code;
     return code != 0 ? -1 : answer;
   };
+  auto dispatch = [&](int32_t opcode) { return dispatchPtr(opcode, nullptr); };
   const DWORD readFault = ZqGuardedAll([&] { r.uniqueId = e->uniqueID; });
   r.category = static_cast<int32_t>(dispatch(effGetPlugCategory));
   if (readFault == 0 && r.category == kPlugCategShell) {
-    if (o.id == 0) {
+    if (id == 0) {
       r.result = kZqProbeShell;  // the container; the host lists its plug-ins
+      if (keepShell) {
+        dispatch(effOpen);
+        *shell = m;
+        return r;
+      }
       dispatch(effClose);
       FreeLibrary(m.module);
       return r;
     }
-    if (r.uniqueId != o.id) {
+    if (r.uniqueId != id) {
       r.result = kZqProbeShellMismatch;
       dispatch(effClose);
       FreeLibrary(m.module);
@@ -163,11 +209,59 @@ ZqProbeReport Probe(const Options& o) {
     }
   }
   dispatch(effOpen);
+  if (extra) ReadEffect(e, extra, dispatchPtr);
   dispatch(effClose);
   r.result = firstFault != 0 ? kZqProbeOpenedWithFault : kZqProbeOpened;
   r.detail = firstFault;
   FreeLibrary(m.module);
   return r;
+}
+
+ZqProbeReport Probe(const Options& o) { return ProbeModule(o.module, o.id, nullptr, false, nullptr); }
+
+// The server's loop: one answer per request, until the host hangs up.
+int Serve(int fd) {
+  ZqToolModule shell;
+  ZqProbeServerRequest request;
+  for (;;) {
+    std::memset(&request, 0, sizeof request);
+    const long long n = ZqSocketReceive(fd, &request, sizeof request - 1, nullptr, nullptr, INFINITE);
+    if (n == 0) return 0;
+    ZqProbeServerAnswer a{};
+    a.magic = kZqProbeServerMagic;
+    a.version = kZqProbeServerVersion;
+    if (n < static_cast<long long>(offsetof(ZqProbeServerRequest, path)) || request.magic != kZqProbeServerMagic ||
+        request.version != kZqProbeServerVersion) {
+      if (n < 0 && GetLastError() != ERROR_MORE_DATA) return 1;
+      a.result = kZqProbeUsage;
+    } else if (request.op == kZqProbeOpProbe || request.op == kZqProbeOpOpenShell) {
+      ZqProbeReport r{};
+      if (request.op == kZqProbeOpOpenShell && shell.effect == nullptr) {
+        r = ProbeModule(request.path, 0, nullptr, true, &shell);
+      } else if (request.op == kZqProbeOpProbe) {
+        r = ProbeModule(request.path, request.id, &a, false, nullptr);
+      } else {
+        r.result = kZqProbeUsage;  // one shell at a time
+      }
+      a.result = r.result;
+      a.detail = r.detail;
+    } else if (request.op == kZqProbeOpNextShell && shell.effect != nullptr) {
+      char name[256] = {};
+      intptr_t id = 0;
+      AEffect* e = shell.effect;
+      if (ZqGuardedAll([&] { id = e->dispatcher(e, effShellGetNextPlugin, 0, 0, name, 0.0f); }) != 0) id = 0;
+      a.id = static_cast<int32_t>(id);
+      std::memcpy(a.name, name, 63);
+    } else if (request.op == kZqProbeOpCloseShell && shell.effect != nullptr) {
+      AEffect* e = shell.effect;
+      ZqGuardedAll([&] { e->dispatcher(e, effClose, 0, 0, nullptr, 0.0f); });
+      FreeLibrary(shell.module);
+      shell = ZqToolModule();
+    } else {
+      a.result = kZqProbeUsage;
+    }
+    if (ZqSocketSend(fd, &a, sizeof a, nullptr, 0) < 0) return 1;
+  }
 }
 
 }  // namespace
@@ -181,6 +275,7 @@ int main(int argc, char** argv) {
                  "that says what happened.\n");
     return kZqProbeUsage;
   }
+  if (o.serveFd >= 0) std::_Exit(Serve(o.serveFd));
   if (o.reportFd >= 0) {
     HANDLE watcher = CreateThread(nullptr, 0, &WatchHost,
                                   reinterpret_cast<LPVOID>(static_cast<intptr_t>(o.reportFd)), 0, nullptr);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "aplugins/zqvstwrap/discovery/zqvstcache.h"
+#include "aplugins/zqvstwrap/discovery/zqvstmapper.h"
 #include "platform/text.h"
 
 namespace {
@@ -140,10 +141,11 @@ HRESULT CZqVstFactory::CreateInstance(IUnknown* outer, REFIID riid, void** objec
       status = S_OK;
       built = BuildFilter(outer, &status);
     }
-  } else if (IsEqualGUID(m_requested, m_editorPage) || IsEqualGUID(m_requested, m_paramsPage) ||
-             IsEqualGUID(m_requested, CLSID_ZqVstWrapFilterMapper)) {
-    // The pages and the mapper are made by their own parts of the library,
-    // which this build does not contain yet.
+  } else if (IsEqualGUID(m_requested, CLSID_ZqVstWrapFilterMapper)) {
+    return ZqVstCreateFilterMapper(outer, riid, object);
+  } else if (IsEqualGUID(m_requested, m_editorPage) || IsEqualGUID(m_requested, m_paramsPage)) {
+    // The pages are made by their own part of the library, which this
+    // build does not contain yet.
     status = E_NOTIMPL;
   } else {
     return E_UNEXPECTED;
