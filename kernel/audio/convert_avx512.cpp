@@ -128,13 +128,33 @@ struct Avx512 {
     }
   }
 
+  // A store that straddles two cache lines costs two: where the destination
+  // of a conversion from float is aligned to its samples, a first masked
+  // pass brings it to the width of a store (the 48-byte groups of packed 24
+  // bits cannot keep to it).  Towards float, where the loads of the narrower
+  // source would then straddle instead, measurements favour leaving it.
+  // Answers the samples done.
+  template <int D, int S>
+  static size_t HeadToAlign(BYTE* d, const BYTE* s, size_t n) {
+    if constexpr (D == 18 || S != 32) {
+      return 0;
+    } else {
+      constexpr size_t bd = Sample<D>::kBytes, width = kLanes * bd;
+      const uintptr_t a = reinterpret_cast<uintptr_t>(d);
+      if (a % bd != 0) return 0;
+      const size_t head = std::min(n, (width - a % width) % width / bd);
+      if (head) Step<D, S>(d, s, Lanes(head), head);
+      return head;
+    }
+  }
+
   template <int D, int S>
   static size_t Block(BYTE* d, const BYTE* s, size_t n) {
     if constexpr (!Has<D, S>()) {
       return 0;
     } else {
       constexpr size_t bd = Sample<D>::kBytes, bs = Sample<S>::kBytes;
-      size_t i = 0;
+      size_t i = HeadToAlign<D, S>(d, s, n);
       if constexpr (D == 19) {
         // Real audio has no NaN: one test of a sum of two vectors (NaN if
         // either has one, or infinities of both signs meet) spares the
