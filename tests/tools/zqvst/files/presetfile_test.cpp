@@ -18,86 +18,53 @@ namespace fs = std::filesystem;
 constexpr uint32_t kId = 0x5A71446C;  // 'ZqDl'
 
 // Big-endian records built byte by byte, as a file on disk holds them.
-class Bytes {
- public:
-  Bytes& U32(uint32_t v) {
-    for (int shift = 24; shift >= 0; shift -= 8) data_ += static_cast<char>((v >> shift) & 0xFF);
-    return *this;
-  }
-  Bytes& Magic(const char* m) {
-    data_.append(m, 4);
-    return *this;
-  }
-  Bytes& F32(float f) {
-    uint32_t bits;
-    std::memcpy(&bits, &f, 4);
-    return U32(bits);
-  }
-  // A name field of 28 bytes, zero-filled.
-  Bytes& Name(const std::string& name) {
-    std::string field = name.substr(0, 28);
-    field.resize(28, '\0');
-    data_ += field;
-    return *this;
-  }
-  Bytes& Zeros(size_t n) {
-    data_.append(n, '\0');
-    return *this;
-  }
-  Bytes& Raw(const std::string& bytes) {
-    data_ += bytes;
-    return *this;
-  }
-  // The byte size word: the length less 8.
-  std::string Done() const {
-    std::string out = data_;
-    if (out.size() >= 8) {
-      const uint32_t size = static_cast<uint32_t>(out.size() - 8);
-      for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<char>((size >> (24 - 8 * i)) & 0xFF);
-    }
-    return out;
-  }
-
- private:
-  std::string data_;
-};
-
-Bytes Common(const char* form, uint32_t version = 1, uint32_t id = kId, uint32_t fxVersion = 1000) {
-  Bytes b;
-  b.Magic("CcnK").U32(0).Magic(form).U32(version).U32(id).U32(fxVersion);
-  return b;
+std::string U32(uint32_t v) {
+  std::string out;
+  for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>((v >> shift) & 0xFF);
+  return out;
 }
-
-std::string Program(const std::string& name, const std::vector<float>& params, uint32_t id = kId) {
-  Bytes b = Common("FxCk", 1, id);
-  b.U32(static_cast<uint32_t>(params.size())).Name(name);
-  for (float p : params) b.F32(p);
-  return b.Done();
+std::string F32(float f) {
+  uint32_t bits;
+  std::memcpy(&bits, &f, 4);
+  return U32(bits);
 }
-
-std::string ChunkProgram(const std::string& name, uint32_t numParams, const std::string& chunk) {
-  Bytes b = Common("FPCh");
-  b.U32(numParams).Name(name).U32(static_cast<uint32_t>(chunk.size())).Raw(chunk);
-  return b.Done();
-}
-
-std::string Bank(const std::vector<std::string>& programs, uint32_t version = 1, uint32_t current = 0) {
-  Bytes b = Common("FxBk", version);
-  b.U32(static_cast<uint32_t>(programs.size())).U32(current).Zeros(124);
-  for (const std::string& p : programs) b.Raw(p);
-  return b.Done();
-}
-
-std::string ChunkBank(uint32_t numPrograms, const std::string& chunk, uint32_t version = 1, uint32_t current = 0) {
-  Bytes b = Common("FBCh", version);
-  b.U32(numPrograms).U32(current).Zeros(124).U32(static_cast<uint32_t>(chunk.size())).Raw(chunk);
-  return b.Done();
+// A name field of 28 bytes, zero-filled.
+std::string Name(const std::string& name) {
+  std::string field = name.substr(0, 28);
+  field.resize(28, '\0');
+  return field;
 }
 
 // Overwrites the big-endian word at `at`.
-std::string PatchWord(std::string bytes, size_t at, uint32_t v) {
-  for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>((v >> (24 - 8 * i)) & 0xFF);
-  return bytes;
+std::string PatchWord(std::string bytes, size_t at, uint32_t v) { return bytes.replace(at, 4, U32(v)); }
+
+// The common header of `form` and then `body`, with the byte size word (the
+// length less 8) filled in.
+std::string Record(const char* form, const std::string& body, uint32_t version = 1, uint32_t id = kId,
+                   uint32_t fxVersion = 1000) {
+  const std::string bytes = "CcnK" + U32(0) + form + U32(version) + U32(id) + U32(fxVersion) + body;
+  return PatchWord(bytes, 4, static_cast<uint32_t>(bytes.size() - 8));
+}
+
+std::string Program(const std::string& name, const std::vector<float>& params) {
+  std::string body = U32(static_cast<uint32_t>(params.size())) + Name(name);
+  for (float p : params) body += F32(p);
+  return Record("FxCk", body);
+}
+
+std::string ChunkProgram(const std::string& name, uint32_t numParams, const std::string& chunk) {
+  return Record("FPCh", U32(numParams) + Name(name) + U32(static_cast<uint32_t>(chunk.size())) + chunk);
+}
+
+std::string Bank(const std::vector<std::string>& programs, uint32_t version = 1, uint32_t current = 0) {
+  std::string body = U32(static_cast<uint32_t>(programs.size())) + U32(current) + std::string(124, '\0');
+  for (const std::string& p : programs) body += p;
+  return Record("FxBk", body, version);
+}
+
+std::string ChunkBank(uint32_t numPrograms, const std::string& chunk, uint32_t version = 1, uint32_t current = 0) {
+  const std::string header = U32(numPrograms) + U32(current) + std::string(124, '\0');
+  return Record("FBCh", header + U32(static_cast<uint32_t>(chunk.size())) + chunk, version);
 }
 
 class PresetFileTest : public testing::Test {
@@ -169,7 +136,8 @@ TEST_F(PresetFileTest, DescribesChunksAndBanksAfterTheCommonHeader) {
        "Programs: 16\nCurrent program: 5\nChunk size: 40 bytes\n"},
       {ChunkBank(16, chunk, 1, 5), "Programs: 16\nChunk size: 40 bytes\n"},
       {ChunkBank(16, chunk, 0, 0), "Programs: 16\nChunk size: 40 bytes\n"},
-      {Bank({Program("A", {}), Program("B", {})}, 2, 1), "Programs: 2\nCurrent program: 1\nProgram 0: \"A\" (FxCk, 0 parameters)\nProgram 1: \"B\" (FxCk, 0 parameters)\n"},
+      {Bank({Program("A", {}), Program("B", {})}, 2, 1),
+       "Programs: 2\nCurrent program: 1\nProgram 0: \"A\" (FxCk, 0 parameters)\nProgram 1: \"B\" (FxCk, 0 parameters)\n"},
       {Bank({}), "Programs: 0\n"},
   };
   for (const auto& [bytes, text] : cases) {
@@ -188,9 +156,8 @@ TEST_F(PresetFileTest, TellsAByteSizeThatDisagreesWithTheFile) {
 }
 
 TEST_F(PresetFileTest, ShowsIdsAndNamesThatAreNotPlainText) {
-  Bytes b = Common("FxCk", 1, 0x01FF4142, 0xFFFFFFFF);
-  b.U32(0).Name("Say \"hi\"\\\x01\t\xC3\xA9t\xC3\xA9 \xE9");
-  const std::string text = Describe(b.Done());
+  const std::string text =
+      Describe(Record("FxCk", U32(0) + Name("Say \"hi\"\\\x01\t\xC3\xA9t\xC3\xA9 \xE9"), 1, 0x01FF4142, 0xFFFFFFFF));
   EXPECT_NE(text.find("Plug-in id: '..AB' (0x01FF4142)\n"), std::string::npos) << text;
   EXPECT_NE(text.find("Plug-in version: -1\n"), std::string::npos) << text;
   // UTF-8 stays, a lone 8-bit byte and control characters are escaped.

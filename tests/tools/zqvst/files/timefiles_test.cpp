@@ -12,48 +12,12 @@
 
 namespace {
 
-std::vector<ZqvstAutomationEntry> Automation(const std::string& text) {
-  std::vector<ZqvstAutomationEntry> entries;
-  std::string error;
-  EXPECT_TRUE(ZqvstParseAutomation(text, &entries, &error)) << error;
-  return entries;
-}
-
-std::string AutomationError(const std::string& text) {
-  std::vector<ZqvstAutomationEntry> entries(1);
-  std::string error;
-  EXPECT_FALSE(ZqvstParseAutomation(text, &entries, &error)) << text;
-  EXPECT_TRUE(entries.empty());
-  return error;
-}
-
-std::vector<ZqvstTempoEntry> TempoMap(const std::string& text) {
-  std::vector<ZqvstTempoEntry> entries;
-  std::string error;
-  EXPECT_TRUE(ZqvstParseTempoMap(text, &entries, &error)) << error;
-  return entries;
-}
-
-std::string TempoError(const std::string& text) {
-  std::vector<ZqvstTempoEntry> entries(1);
-  std::string error;
-  EXPECT_FALSE(ZqvstParseTempoMap(text, &entries, &error)) << text;
-  EXPECT_TRUE(entries.empty());
-  return error;
-}
-
 // An entry in one line, so that a file's reading compares at a glance.
 std::string Show(const ZqvstAutomationEntry& e) {
   std::ostringstream out;
   out << e.line << ": " << (e.byIndex ? "#" + std::to_string(e.index) : "'" + e.param + "'") << ' ' << e.start << ' '
       << e.end << ' ' << e.from << ' ' << e.to << " curve " << e.curve;
   return out.str();
-}
-
-std::vector<std::string> ShowAutomation(const std::string& text) {
-  std::vector<std::string> lines;
-  for (const auto& e : Automation(text)) lines.push_back(Show(e));
-  return lines;
 }
 
 std::string Show(const ZqvstTempoEntry& e) {
@@ -64,11 +28,32 @@ std::string Show(const ZqvstTempoEntry& e) {
   return out.str();
 }
 
-std::vector<std::string> ShowTempoMap(const std::string& text) {
+// The entries `parse` reads from `text`, each as Show gives it.
+template <class Entry>
+std::vector<std::string> Read(bool (*parse)(const std::string&, std::vector<Entry>*, std::string*),
+                              const std::string& text) {
+  std::vector<Entry> entries;
+  std::string error;
+  EXPECT_TRUE(parse(text, &entries, &error)) << error;
   std::vector<std::string> lines;
-  for (const auto& e : TempoMap(text)) lines.push_back(Show(e));
+  for (const auto& e : entries) lines.push_back(Show(e));
   return lines;
 }
+
+// The message of a refusal, which leaves no entries.
+template <class Entry>
+std::string Refusal(bool (*parse)(const std::string&, std::vector<Entry>*, std::string*), const std::string& text) {
+  std::vector<Entry> entries(1);
+  std::string error;
+  EXPECT_FALSE(parse(text, &entries, &error)) << text;
+  EXPECT_TRUE(entries.empty());
+  return error;
+}
+
+std::vector<std::string> ShowAutomation(const std::string& text) { return Read(ZqvstParseAutomation, text); }
+std::string AutomationError(const std::string& text) { return Refusal(ZqvstParseAutomation, text); }
+std::vector<std::string> ShowTempoMap(const std::string& text) { return Read(ZqvstParseTempoMap, text); }
+std::string TempoError(const std::string& text) { return Refusal(ZqvstParseTempoMap, text); }
 
 using Lines = std::vector<std::string>;
 
@@ -159,7 +144,7 @@ TEST(TempoMapFile, ReadsTemposAndMetersInOrder) {
                          "16 999\n"),
             (Lines{"2: 0 120 bpm", "3: 0 meter 4/4", "4: 8 90.5 bpm", "5: 12.25 meter 7/8", "6: 16 meter 3/4",
                    "7: 16 999 bpm"}));
-  EXPECT_TRUE(TempoMap("").empty());
+  EXPECT_TRUE(ShowTempoMap("").empty());
   for (int d : {1, 2, 4, 8, 16, 32, 64})
     EXPECT_EQ(ShowTempoMap("0 meter 99/" + std::to_string(d) + "\n"), Lines{"1: 0 meter 99/" + std::to_string(d)});
 }
