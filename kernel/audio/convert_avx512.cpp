@@ -24,6 +24,23 @@
 namespace zq::audio {
 namespace {
 
+// Sixty-four packed 24-bit samples are three whole vectors: byte j of
+// vector `out` from the two vectors of 32-bit lanes holding its samples.
+struct Join24 {
+  alignas(64) BYTE idx[3][64];
+};
+constexpr Join24 MakeJoin24() {
+  Join24 t{};
+  for (int out = 0; out < 3; ++out)
+    for (int j = 0; j < 64; ++j) {
+      const int p = 64 * out + j, q = p / 3, r = p % 3;
+      const int first = 16 * out;  // the first sample of the lower source vector
+      t.idx[out][j] = BYTE(q < first + 16 ? 4 * (q - first) + r : 64 + 4 * (q - first - 16) + r);
+    }
+  return t;
+}
+constexpr Join24 kJoin24 = MakeJoin24();
+
 struct Avx512 {
   static constexpr size_t kLanes = 16;
 
@@ -98,13 +115,43 @@ struct Avx512 {
     } else if constexpr (D == 18) {
       // NaN passes the clip (min and max answer their second operand for
       // it) and converts to 0x80000000, whose low three bytes are 0.
-      __m512 v = _mm512_mul_ps(x, _mm512_set1_ps(8388608.0f));
-      v = _mm512_max_ps(_mm512_set1_ps(-8388608.0f), _mm512_min_ps(_mm512_set1_ps(8388607.0f), v));
-      Store24(d, _mm512_cvtps_epi32(v), n);
+      Store24(d, ToInt24(x), n);
     } else {
       static_assert(D == 19);
       _mm512_mask_storeu_epi32(d, m, WithNaN(x, Int32NoNaN(x)));
     }
+  }
+
+
+  static __m512i ToInt24(__m512 x) {
+    __m512 v = _mm512_mul_ps(x, _mm512_set1_ps(8388608.0f));
+    v = _mm512_max_ps(_mm512_set1_ps(-8388608.0f), _mm512_min_ps(_mm512_set1_ps(8388607.0f), v));
+    return _mm512_cvtps_epi32(v);
+  }
+
+  // Float to packed 24 bits, sixty-four samples at a time into whole vectors
+  // from the first sample whose bytes start on a 64-byte boundary; the
+  // samples before and after go through the masked routine.
+  static size_t Block24(BYTE* d, const BYTE* s, size_t n) {
+    const uintptr_t a = reinterpret_cast<uintptr_t>(d);
+    // 3 * head = -a (mod 64); 43 is the inverse of 3.
+    const size_t head = std::min(n, size_t((64 - a % 64) % 64 * 43 % 64));
+    for (size_t k = 0; k < head; k += kLanes) {
+      const size_t lanes = std::min(kLanes, head - k);
+      Step<18, 32>(d + 3 * k, s + 4 * k, Lanes(lanes), lanes);
+    }
+    size_t i = head;
+    const __m512i j0 = _mm512_load_si512(kJoin24.idx[0]), j1 = _mm512_load_si512(kJoin24.idx[1]),
+                  j2 = _mm512_load_si512(kJoin24.idx[2]);
+    for (; i + 64 <= n; i += 64) {
+      const float* x = reinterpret_cast<const float*>(s + 4 * i);
+      const __m512i i0 = ToInt24(_mm512_loadu_ps(x)), i1 = ToInt24(_mm512_loadu_ps(x + 16));
+      const __m512i i2 = ToInt24(_mm512_loadu_ps(x + 32)), i3 = ToInt24(_mm512_loadu_ps(x + 48));
+      _mm512_storeu_si512(d + 3 * i, _mm512_permutex2var_epi8(i0, j0, i1));
+      _mm512_storeu_si512(d + 3 * i + 64, _mm512_permutex2var_epi8(i1, j1, i2));
+      _mm512_storeu_si512(d + 3 * i + 128, _mm512_permutex2var_epi8(i2, j2, i3));
+    }
+    return i;
   }
 
   // Float to 32-bit integer apart from NaN: lanes below 2^31 are converted,
@@ -155,6 +202,7 @@ struct Avx512 {
     } else {
       constexpr size_t bd = Sample<D>::kBytes, bs = Sample<S>::kBytes;
       size_t i = HeadToAlign<D, S>(d, s, n);
+      if constexpr (D == 18) i = Block24(d, s, n);
       if constexpr (D == 19) {
         // Real audio has no NaN: one test of a sum of two vectors (NaN if
         // either has one, or infinities of both signs meet) spares the
