@@ -189,33 +189,30 @@ TEST_F(FilesTest, SourceConvertsToTheChosenFormat) {
 
   CZqFileSource* source = nullptr;
   CZqFileSource::Create(&source);
-  ASSERT_EQ(source->Open(path.c_str(), ZQSAMPLE_PCM24), S_OK);
-  std::vector<BYTE> p24 = Collect(source);
-  ASSERT_EQ(p24.size(), values.size() * 3);
-  for (size_t i = 0; i < values.size(); ++i) {
-    int v = int(uint32_t(p24[3 * i]) << 8 | uint32_t(p24[3 * i + 1]) << 16 | uint32_t(p24[3 * i + 2]) << 24) >> 8;
-    EXPECT_EQ(v, values[i] * 256) << "24-bit value " << i;
+  for (const ZQSAMPLETYPE type : {ZQSAMPLE_PCM24, ZQSAMPLE_PCM32, ZQSAMPLE_FLOAT32}) {
+    SCOPED_TRACE(type);
+    const bool extensible = type != ZQSAMPLE_PCM24;
+    ASSERT_EQ(source->Open(path.c_str(), type, extensible), S_OK);
+    Outcome played;
+    const std::vector<BYTE> got = Collect(source, &played);
+    const size_t width = size_t(ZqAudio_BytesFromSampleType(type));
+    ASSERT_EQ(got.size(), values.size() * width);
+    for (size_t i = 0; i < values.size(); ++i) {
+      // Little-endian integers placed at the top of 32 bits, or a float.
+      int32_t top = 0;
+      float f = 0;
+      std::memcpy(reinterpret_cast<BYTE*>(&top) + 4 - width, &got[i * width], width);
+      std::memcpy(&f, &got[i * width], 4);
+      EXPECT_EQ(type == ZQSAMPLE_FLOAT32 ? f : top / 2147483648.0, values[i] / 32768.0) << "value " << i;
+    }
+    ASSERT_GE(played.type.cbFormat, extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX));
+    const auto* wfe = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(played.type.pbFormat);
+    EXPECT_EQ(wfe->Format.wFormatTag, extensible ? WAVE_FORMAT_EXTENSIBLE : WAVE_FORMAT_PCM);
+    if (extensible) {
+      EXPECT_TRUE(IsEqualGUID(wfe->SubFormat, type == ZQSAMPLE_FLOAT32 ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT
+                                                                         : KSDATAFORMAT_SUBTYPE_PCM));
+    }
   }
-
-  ASSERT_EQ(source->Open(path.c_str(), ZQSAMPLE_PCM32, true), S_OK);
-  Outcome played;
-  std::vector<BYTE> p32 = Collect(source, &played);
-  ASSERT_EQ(p32.size(), values.size() * 4);
-  std::vector<int32_t> wide(values.size());
-  std::memcpy(wide.data(), p32.data(), p32.size());
-  for (size_t i = 0; i < values.size(); ++i) EXPECT_EQ(wide[i], values[i] * 65536) << "32-bit value " << i;
-  ASSERT_GE(played.type.cbFormat, sizeof(WAVEFORMATEXTENSIBLE));
-  const auto* wfe = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(played.type.pbFormat);
-  EXPECT_EQ(wfe->Format.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(wfe->Format.nBlockAlign, 4);
-  EXPECT_TRUE(IsEqualGUID(wfe->SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
-
-  ASSERT_EQ(source->Open(path.c_str(), ZQSAMPLE_FLOAT32, true), S_OK);
-  std::vector<BYTE> pf = Collect(source);
-  ASSERT_EQ(pf.size(), values.size() * 4);
-  float f3;
-  std::memcpy(&f3, &pf[12], 4);
-  EXPECT_NEAR(f3, 32767.0 / 32768.0, 1e-6);
   CZqFileSink* sink = nullptr;
   CZqFileSink::Create(&sink);
   ASSERT_EQ(sink->SetFileName(Path("ext.wav").c_str()), S_OK);
