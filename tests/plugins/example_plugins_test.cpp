@@ -70,28 +70,9 @@ TEST(ExamplePlugins, AnswerWhatAHostAsksOfEveryModule) {
   }
 }
 
-TEST(ZqGain, ParameterPropertiesOfEachKind) {
-  Plugin p("zqgain.so");
-  ASSERT_TRUE(p.ok());
-  const int32_t flags[] = {kVstParameterCanRamp, kVstParameterIsSwitch,
-                           kVstParameterUsesIntegerMinMax | kVstParameterUsesIntStep | kVstParameterSupportsDisplayCategory,
-                           kVstParameterUsesFloatStep | kVstParameterSupportsDisplayCategory};
-  VstParameterProperties props[4] = {};
-  for (int32_t i = 0; i < 4; ++i) {
-    ASSERT_EQ(1, p.Call(effGetParameterProperties, i, 0, &props[i])) << i;
-    EXPECT_EQ(flags[i], props[i].flags) << i;
-  }
-  EXPECT_STREQ("Gain", props[0].label);
-  EXPECT_STREQ("Phase", props[1].shortLabel);
-  EXPECT_EQ(3, props[2].maxInteger);
-  EXPECT_EQ(1, props[2].largeStepInteger);
-  EXPECT_STREQ("Stereo", props[2].categoryLabel);
-  EXPECT_FLOAT_EQ(0.001f, props[3].smallStepFloat);
-  EXPECT_FLOAT_EQ(0.1f, props[3].largeStepFloat);
-  for (int32_t outside : {4, -1}) EXPECT_EQ(0, p.Call(effGetParameterProperties, outside, 0, &props[0]));
-}
-
-TEST(ZqGain, DisplayTextsFollowTheValues) {
+// Parameter kinds and program names reach a host through the wrapper's
+// tables and zqvst info; here the texts a value gives and the limits.
+TEST(ZqGain, TextsFollowTheValuesAndStayWithinTheLimits) {
   Plugin p("zqgain.so");
   ASSERT_TRUE(p.ok());
   EXPECT_EQ("dB", p.Text(effGetParamLabel, 0));
@@ -100,25 +81,15 @@ TEST(ZqGain, DisplayTextsFollowTheValues) {
     int32_t index;
     float value;
     const char* text;
-  } rows[] = {{0, 0.5f, "0.00"},     {0, 0.25f, "-6.02"},       {0, 0.0f, "-inf"},   {1, 0.0f, "Off"},
-              {1, 1.0f, "On"},       {2, 0.0f, "Stereo"},       {2, 1.0f / 3, "Mono"}, {2, 2.0f / 3, "Swap"},
-              {2, 1.0f, "Mute"},     {3, 0.5f, "+0.00"},        {3, 0.0f, "-1.00"}};
+  } rows[] = {{0, 0.5f, "0.00"}, {0, 0.25f, "-6.02"}, {0, 0.0f, "-inf"},    {1, 1.0f, "On"},
+              {2, 1.0f / 3, "Mono"}, {2, 2.0f / 3, "Swap"}, {2, 1.0f, "Mute"}, {3, 0.0f, "-1.00"}};
   for (const auto& row : rows) {
     p.Set(row.index, row.value);
     EXPECT_EQ(row.text, p.Text(effGetParamDisplay, row.index)) << row.index << " at " << row.value;
   }
-}
-
-// Values per program travel through the preset tests; here the names.
-TEST(ZqGain, ProgramNamesAreBuiltInAndCutToTheLimit) {
-  Plugin p("zqgain.so");
-  ASSERT_TRUE(p.ok());
-  const char* names[] = {"Unity", "Quiet", "Inverted", "Mono Left", ""};
-  for (int32_t i = 0; i < 5; ++i) {
-    char buffer[260] = {};
-    EXPECT_EQ(i < 4 ? 1 : 0, p.Call(effGetProgramNameIndexed, i, 0, buffer));
-    EXPECT_STREQ(names[i], buffer);
-  }
+  char buffer[260] = {};
+  EXPECT_EQ(0, p.Call(effGetProgramNameIndexed, 4, 0, buffer));
+  EXPECT_STREQ("", buffer);
   char longName[] = "A name far longer than twenty-three characters";
   p.Call(effSetProgramName, 0, 0, longName);
   EXPECT_EQ(std::string(longName, kVstMaxProgNameLen - 1), p.Text(effGetProgramName));
@@ -206,21 +177,12 @@ TEST(ZqDelay, ParametersSetDelayFeedbackMixAndTail) {
   EXPECT_EQ(64 + 10, p.Call(effGetTailSize));
   p.Set(2, 0.0f);
   EXPECT_EQ(64, p.Call(effGetTailSize));
-}
-
-TEST(ZqDelay, MainsOnClearsWhatIsStillInTheLines) {
-  Plugin p("zqdelay.so");
-  ASSERT_TRUE(p.ok());
-  p.Resume();
-  Planes in(2, std::vector<float>(100, 0.0f));
-  in[0][0] = in[1][0] = 1.0f;
-  p.Run(in, 100);
-  p.Call(effStopProcess);
+  // Mains on clears what is still in the lines: an impulse not yet out.
+  p.Run(Planes(2, std::vector<float>(1, 1.0f)), 1);
   p.Call(effMainsChanged, 0, 0);
   p.Resume();
   const Planes silence(2, std::vector<float>(400, 0.0f));
-  const Planes out = p.Run(silence, 400);
-  EXPECT_EQ(silence, out);
+  EXPECT_EQ(silence, p.Run(silence, 400));
 }
 
 // Chunk layout of ZqChunk: 16-byte header, 36-byte program records.
