@@ -131,6 +131,16 @@ bool ZqvstLibrary::Load(ZqvstFailure* failure) {
   return true;
 }
 
+bool ZqvstLibrary::Isolate(ZqvstFailure* failure) {
+  auto isolate = m_module ? Export<void (*)(BOOL)>(m_module, "ZqVstSetIsolation") : nullptr;
+  if (isolate == nullptr) {
+    *failure = {"the library cannot run plug-ins in its server", HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND)};
+    return false;
+  }
+  isolate(TRUE);
+  return true;
+}
+
 HRESULT ZqvstLibrary::MapModule(const std::string& path, VstMapping* mapping) {
   if (!m_mapModule) return E_UNEXPECTED;
   return m_mapModule(ZqvstWiden(path).c_str(), 0, kMapTimeLimitMs, mapping);

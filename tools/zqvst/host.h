@@ -41,6 +41,10 @@ class ZqvstLibrary {
   bool Load(ZqvstFailure* failure);
   bool Loaded() const { return m_module != nullptr; }
 
+  // Every plug-in of this process runs in the companion server from now on,
+  // also one the library could load here.  False (with a failure) when the
+  // library cannot do that.
+  bool Isolate(ZqvstFailure* failure);
   HRESULT MapModule(const std::string& path, VstMapping* mapping);
   HRESULT GetTiming(REFCLSID clsid, LONG* latency, LONG* tail);
   HRESULT CreateFilter(REFCLSID clsid, IBaseFilter** filter);

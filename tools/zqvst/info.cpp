@@ -7,7 +7,7 @@
 #include "tools/zqvst/json.h"
 
 const char* const kZqvstInfoHelp =
-    "Usage: zqvst info [--plugin MODULE] [--json]\n"
+    "Usage: zqvst info [--plugin MODULE] [--json] [--isolated]\n"
     "\n"
     "Prints what a VST 2.x plug-in is: names, unique id, version, channels,\n"
     "latency, tail, flags, programs and every parameter with its type, range,\n"
@@ -15,6 +15,7 @@ const char* const kZqvstInfoHelp =
     "\n"
     "  --plugin MODULE  the plug-in's module (default: the bundled zqdelay.so)\n"
     "  --json           print the same as a JSON object\n"
+    "  --isolated       run the plug-in in the companion server process\n"
     "  --help           print this help\n";
 
 namespace {
@@ -198,7 +199,8 @@ void PrintJson(const ZqvstPlugin& plugin, const Description& d) {
 int ZqvstInfoCommand(int argc, char** argv, int first) {
   ZqvstArgs args;
   std::string error;
-  if (!args.Parse(argc, argv, first, {{"plugin", true, false}, {"json", false, false}, {"help", false, false}},
+  if (!args.Parse(argc, argv, first,
+                  {{"plugin", true, false}, {"json", false, false}, {"isolated", false, false}, {"help", false, false}},
                   &error)) {
     ZqvstReportUsage("info", error);
     return kZqvstExitUsage;
@@ -217,7 +219,8 @@ int ZqvstInfoCommand(int argc, char** argv, int first) {
   ZqvstFailure failure;
   ZqvstPlugin plugin;
   Description description;
-  if (!library.Load(&failure) || !plugin.Open(&library, module, &failure) ||
+  if (!library.Load(&failure) || (args.Has("isolated") && !library.Isolate(&failure)) ||
+      !plugin.Open(&library, module, &failure) ||
       !Describe(plugin, &description, &failure)) {
     ZqvstReport(&library, failure);
     return kZqvstExitJobFailed;

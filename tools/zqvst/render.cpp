@@ -55,6 +55,8 @@ const char* const kZqvstRenderHelp =
     "  --format F           s16, s24, s32, f32 or f64: the samples handed to the\n"
     "                       plug-in and written (default: the input's, f32 for a\n"
     "                       generated signal)\n"
+    "  --isolated           run the plug-in in the companion server process (the\n"
+    "                       output is the same, bit for bit)\n"
     "\n"
     "Generated input:\n"
     "  --signal S           sine (440 Hz, -6 dBFS; the default), noise (-6 dBFS,\n"
@@ -663,6 +665,7 @@ int ZqvstRenderCommand(int argc, char** argv, int first) {
       {"meter", true, false},     {"tempo-map", true, false}, {"block", true, false},
       {"format", true, false},    {"signal", true, false},    {"seconds", true, false},
       {"rate", true, false},      {"channels", true, false},  {"help", false, false},
+      {"isolated", false, false},
   };
   ZqvstArgs args;
   std::string error;
@@ -687,7 +690,8 @@ int ZqvstRenderCommand(int argc, char** argv, int first) {
   bool ok;
   {
     ZqvstPlugin plugin;
-    ok = library.Load(&failure) && plugin.Open(&library, job.module, &failure) &&
+    ok = library.Load(&failure) && (!args.Has("isolated") || library.Isolate(&failure)) &&
+         plugin.Open(&library, job.module, &failure) &&
          ApplySettings(job, &plugin, &failure) &&
          (job.automationFile.empty() || ApplyAutomation(job.automationFile, &plugin, &failure)) &&
          Run(job, &plugin, temporary, &outcome, &failure);

@@ -19,7 +19,7 @@
 
 namespace {
 
-// Texts longer than this do not cross (a buffer of a plug-in's name is 64).
+// Text buffers cross cut to this many characters (a plug-in's name has 64).
 constexpr uint32_t kMaxText = 4096;
 // Stream data crosses in pieces of at most this many bytes.
 constexpr ULONG kMaxBytes = 32768;
