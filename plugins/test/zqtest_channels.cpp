@@ -11,8 +11,8 @@
 // (effGetProgramNameIndexed answers 0).
 //
 // zqtest_6x6 answers effSetSpeakerArrangement with 1, keeps copies of the
-// input (value) and output (ptr) arrangements with up to 32 speakers, gives
-// them back through effGetSpeakerArrangement, and exports
+// input (value) and output (ptr) arrangements with up to 32 speakers, and
+// exports
 //   const VstSpeakerArrangement* zqtest_6x6_arrangement(int output)
 // (null until the first call; output 0 the input record, 1 the output one).
 #include <cstring>
@@ -65,18 +65,6 @@ Recorded& Arrangements() {
 
 VstSpeakerArrangement* Slot(int which) {
   return reinterpret_cast<VstSpeakerArrangement*>(Arrangements().bytes[which]);
-}
-
-std::string Describe(const VstSpeakerArrangement* a) {
-  std::string text = "type=" + std::to_string(a->type) + " n=" + std::to_string(a->numChannels);
-  for (int32_t i = 0; i < a->numChannels && i < kMaxSpeakers; ++i) {
-    char name[kVstMaxNameLen + 1] = {};
-    std::memcpy(name, a->speakers[i].name, kVstMaxNameLen);
-    text += ' ';
-    text += name;
-    text += ':' + std::to_string(a->speakers[i].type);
-  }
-  return text;
 }
 
 Info KindInfo() {
@@ -137,16 +125,8 @@ class Channels final : public Plugin {
         if (n > kMaxSpeakers) n = kMaxSpeakers;
         std::memcpy(r.bytes[which], a,
                     offsetof(VstSpeakerArrangement, speakers) + sizeof(VstSpeakerProperties) * static_cast<size_t>(n));
-        Log(std::string(which == 0 ? "arrangement in " : "arrangement out ") + Describe(a));
       }
       r.have = true;
-      return 1;
-    }
-    if (opcode == effGetSpeakerArrangement) {
-      Recorded& r = Arrangements();
-      if (!r.have || value == 0 || ptr == nullptr) return 0;
-      *reinterpret_cast<VstSpeakerArrangement**>(value) = Slot(0);
-      *static_cast<VstSpeakerArrangement**>(ptr) = Slot(1);
       return 1;
     }
     return 0;

@@ -10,15 +10,12 @@
 //                          from the id asked for); with ZQTEST_SHELL_UNKNOWN_NULL=1
 //                          in the environment the entry point answers null
 // The container's effShellGetNextPlugin gives 'ZqS1', 'ZqS2', 'ZqS3' with
-// their names, then 0 (and 0 again until the next 'StSc').  Environment, read
-// at each call: ZQTEST_SHELL_REPEAT=1 reports every id twice in a row;
-// ZQTEST_SHELL_ENDLESS=1 never ends (ids 'Zs' followed by a 16-bit counter).
+// their names, then 0 (and 0 again until the next 'StSc').
 // effVendorSpecific 'stCa' 'StSc' restarts the enumeration, 'stCa' 'EnSc'
 // ends the scan; both answer 1 and appear in zqplugin_log.  State slots:
 // 17 scan open (1/0), 18 count of 'StSc', 19 count of 'EnSc'.
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "plugins/common/zqplugin.h"
 
@@ -94,7 +91,6 @@ class Container final : public Plugin {
         scanning_ = true;
         ++starts_;
         next_ = 0;
-        repeat_ = false;
         return 1;
       }
       if (value == kZqVstShellScanEnd) {
@@ -110,31 +106,17 @@ class Container final : public Plugin {
 
  private:
   intptr_t Next(char* name) {
-    if (EnvSet("ZQTEST_SHELL_ENDLESS")) {
-      const uint32_t n = static_cast<uint32_t>(next_++) & 0xFFFF;
-      const std::string text = "ZqShell Endless " + std::to_string(n);
-      CopyText(name, text.c_str(), kVstMaxProductStrLen);
-      return static_cast<intptr_t>((static_cast<uint32_t>('Z') << 24) | (static_cast<uint32_t>('s') << 16) |
-                                   (n == 0 ? 0xFFFFu : n));
-    }
     const int count = static_cast<int>(sizeof kSubs / sizeof kSubs[0]);
     if (next_ >= count) {
       CopyText(name, "", kVstMaxProductStrLen);
       return 0;
     }
-    const SubSpec& s = kSubs[next_];
+    const SubSpec& s = kSubs[next_++];
     CopyText(name, s.name, kVstMaxProductStrLen);
-    if (EnvSet("ZQTEST_SHELL_REPEAT") && !repeat_) {
-      repeat_ = true;  // the same id once more on the next call
-    } else {
-      repeat_ = false;
-      ++next_;
-    }
     return s.id;
   }
 
   int next_ = 0;
-  bool repeat_ = false;
   bool scanning_ = false;
   int64_t starts_ = 0;
   int64_t ends_ = 0;
