@@ -10,14 +10,15 @@
 // No filter lock is held around a stream or file operation: a plug-in may
 // call back through its master while it reads or writes its state, and the
 // master's operations take the notification lock.
-#include <cstdio>
 #include <new>
 #include <string>
 
 #include "aplugins/zqvstwrap/filter/zqvstwrap.h"
-#include "kernel/com/object.h"
 #include "base/status.h"
+#include "kernel/com/object.h"
 #include "kernel/containers/streams.h"
+#include "kernel/lang.h"
+#include "kernel/printf.h"
 #include "platform/file.h"
 #include "platform/text.h"
 
@@ -26,6 +27,8 @@ namespace {
 // Names of programs, as the plug-in interface bounds them and the pages
 // show them.
 constexpr int kProgramNameLength = 128;
+// The library's string resource "Preset %d": the name of an unnamed program.
+constexpr UINT kUnnamedPresetText = 1014;
 
 }  // namespace
 
@@ -121,11 +124,14 @@ HRESULT CZqVstWrap::SetCurrentPresetName(const WCHAR* name) {
   if (text[0] == u'\0') {
     // An empty name would leave the program unnamed in every host list;
     // it gets the number a user sees (programs count from 1 there).
+    // The text is the library's, in the language the host chose; before the
+    // kernel has its language (a host that links the filter directly), it
+    // is the English one.
     LONG program = 0;
     GetCurrentPreset(&program);
-    char number[kProgramNameLength];
-    std::snprintf(number, sizeof number, "Preset %ld", long(program) + 1);
-    lstrcpynW(text, ZqUtf8ToUtf16(number).c_str(), kProgramNameLength);
+    const WCHAR* format = ZqGetString(ZqLang_GetKernelLang(), kUnnamedPresetText);
+    if (format == nullptr || *format == u'\0') format = u"Preset %d";
+    ZqCchPrintF(text, kProgramNameLength, nullptr, format, int(program + 1));
   }
   return m_effect->SetProgramName(text);
 }

@@ -10,6 +10,8 @@
 #include "tests/filter/filter_fixture.h"
 #include "kernel/containers/streambase.h"
 #include "kernel/containers/streams.h"
+#include "kernel/kernel_init.h"
+#include "kernel/lang.h"
 #include "kernel/memory.h"
 #include "tests/support/test_folder.h"
 
@@ -273,6 +275,12 @@ TEST_F(FilterState, ProgramsAndTheirNames) {
   f.presets->SetPreset(0);
   EXPECT_EQ(f.presets->SetCurrentPresetName(nullptr), S_OK);
   EXPECT_EQ(f.ProgramName(0), u"Preset 1");
+  // Once the kernel runs, the name is the library's text in the host's language.
+  ASSERT_EQ(ZqKernel_EarlyInitialize(GetModuleHandleW(nullptr), 0), 1);
+  ZqLang_UpdateKernelLCID(ZqLang_GetKernelLang(), 0x40C, 0);
+  EXPECT_EQ(f.presets->SetCurrentPresetName(u""), S_OK);
+  EXPECT_EQ(f.ProgramName(0), u"Préréglage 1");
+  ZqKernel_LateTerminate();
 
   // No window layer: the dialogs are not offered.
   EXPECT_EQ(f.presets->LoadPresetDialog(0), E_NOTIMPL);
