@@ -5,8 +5,6 @@ namespace {
 
 using namespace zqvsttest;
 
-std::string Golden(const char* name) { return ReadAll(fs::path(ZQ_TEST_SOURCE_DIR) / "golden" / name); }
-
 // The module's folder differs from build to build.
 std::string WithoutPluginDir(std::string text) {
   const std::string dir = ZQ_PLUGIN_DIR;
@@ -16,30 +14,21 @@ std::string WithoutPluginDir(std::string text) {
 
 class ZqvstInfo : public ZqvstTest {};
 
-TEST_F(ZqvstInfo, TextOfTheExamplesMatchesTheirGoldenFiles) {
-  for (const char* name : {"zqgain", "zqdelay"}) {
-    const Result r = Run({"info", "--plugin", Plugin(name)});
-    EXPECT_EQ(r.exitCode, 0u) << name << ": " << r.err;
+TEST_F(ZqvstInfo, TextAndJsonOfTheExamplesMatchTheirGoldenFiles) {
+  for (const auto& [plugin, golden] : {std::pair{"zqgain", "zqgain.txt"}, {"zqdelay", "zqdelay.txt"},
+                                       {"zqgain", "zqgain.json"}}) {
+    Args args = {"info", "--plugin", Plugin(plugin)};
+    if (fs::path(golden).extension() == ".json") args.push_back("--json");
+    const Result r = Run(args);
+    EXPECT_EQ(r.exitCode, 0u) << golden << ": " << r.err;
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(WithoutPluginDir(r.out), Golden((std::string(name) + ".txt").c_str())) << name;
+    EXPECT_EQ(WithoutPluginDir(r.out), ReadAll(fs::path(ZQ_TEST_SOURCE_DIR) / "golden" / golden)) << golden;
   }
 }
 
-TEST_F(ZqvstInfo, WithoutAPluginDescribesTheBundledDelay) {
-  const Result r = Run({"info"});
-  EXPECT_EQ(r.exitCode, 0u) << r.err;
-  EXPECT_NE(r.out.find("'ZqDl' (0x5A71446C)"), std::string::npos) << r.out;
-}
-
-TEST_F(ZqvstInfo, JsonGivesTheSameFacts) {
-  const Result r = Run({"info", "--plugin", Plugin("zqgain"), "--json"});
-  ASSERT_EQ(r.exitCode, 0u) << r.err;
-  EXPECT_EQ(WithoutPluginDir(r.out), Golden("zqgain.json"));
-}
-
-TEST_F(ZqvstInfo, NamesWithQuotesAndControlCharactersAreEscapedInJson) {
-  // The shell's sub-plug-ins carry no such names; the program's own
-  // escaping is seen through a module path that needs it.
+TEST_F(ZqvstInfo, NamesWithQuotesAndBackslashesAreEscapedInJson) {
+  // The example plug-ins carry no such names; the program's own escaping is
+  // seen through a module path that needs it.
   const std::string odd = Path("odd \"name\"\\x.so");
   fs::copy_file(Plugin("zqgain"), odd);
   const Result r = Run({"info", "--plugin", odd, "--json"});
@@ -47,21 +36,24 @@ TEST_F(ZqvstInfo, NamesWithQuotesAndControlCharactersAreEscapedInJson) {
   EXPECT_NE(r.out.find("odd \\\"name\\\"\\\\x.so\""), std::string::npos) << r.out;
 }
 
-TEST_F(ZqvstInfo, HelpAndVersionAnswerEverywhere) {
-  for (const auto& args : std::vector<std::vector<std::string>>{{"--help"},
-                                                                {"help"},
-                                                                {"help", "render"},
-                                                                {"info", "--help"},
-                                                                {"render", "--help"},
-                                                                {"preset", "--help"},
-                                                                {"preset", "save", "--help"}}) {
+// What a command answers without a plug-in named.
+TEST_F(ZqvstInfo, HelpVersionAndTheBundledDelayAnswerWithoutAPlugIn) {
+  const std::pair<Args, const char*> cases[] = {
+      {{"--help"}, "Usage: zqvst COMMAND"},
+      {{"help"}, "Usage: zqvst COMMAND"},
+      {{"help", "render"}, "Usage: zqvst render"},
+      {{"render", "--help"}, "Usage: zqvst render"},
+      {{"info", "--help"}, "Usage: zqvst info"},
+      {{"preset", "--help"}, "Usage: zqvst preset"},
+      {{"preset", "save", "--help"}, "Usage: zqvst preset"},
+      {{"--version"}, "zqvst "},
+      {{"info"}, "'ZqDl' (0x5A71446C)"},
+  };
+  for (const auto& [args, start] : cases) {
     const Result r = Run(args);
-    EXPECT_EQ(r.exitCode, 0u) << args[0];
-    EXPECT_EQ(r.out.rfind("Usage: zqvst", 0), 0u) << args[0] << ": " << r.out;
+    EXPECT_EQ(r.exitCode, 0u) << args[0] << ": " << r.err;
+    EXPECT_NE(r.out.find(start), std::string::npos) << args[0] << ": " << r.out;
   }
-  const Result version = Run({"--version"});
-  EXPECT_EQ(version.exitCode, 0u);
-  EXPECT_EQ(version.out.rfind("zqvst ", 0), 0u) << version.out;
 }
 
 }  // namespace

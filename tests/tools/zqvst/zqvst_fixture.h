@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -21,6 +22,7 @@
 namespace zqvsttest {
 
 namespace fs = std::filesystem;
+using Args = std::vector<std::string>;
 
 // A bound against a hung program, not a measurement.
 constexpr DWORD kRunLimitMs = 120000;
@@ -31,7 +33,6 @@ struct Result {
   std::string err;
 };
 
-inline std::string Program() { return std::string(ZQ_BINARY_DIR) + "/bin/zqvst"; }
 inline std::string Plugin(const char* name) { return std::string(ZQ_PLUGIN_DIR) + "/" + name + ".so"; }
 
 inline std::string ReadAll(const fs::path& path) {
@@ -41,9 +42,48 @@ inline std::string ReadAll(const fs::path& path) {
   return text.str();
 }
 
-inline void WriteAll(const fs::path& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
+inline void WriteAll(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+// An audio file read back: its frames as doubles, interleaved.
+struct Audio {
+  bool ok = false;
+  int channels = 0;
+  int rate = 0;
+  int format = 0;  // SF_FORMAT_WAV | SF_FORMAT_PCM_16 ...
+  std::vector<double> samples;
+  int Subformat() const { return format & SF_FORMAT_SUBMASK; }
+  size_t Frames() const { return channels ? samples.size() / size_t(channels) : 0; }
+  double At(size_t frame, int channel = 0) const { return samples[frame * size_t(channels) + size_t(channel)]; }
+};
+
+inline Audio ReadAudio(const std::string& path) {
+  Audio a;
+  SF_INFO info{};
+  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+  if (!file) return a;
+  // Integer files read as doubles scaled by 1/2^(bits-1), exactly.
+  sf_command(file, SFC_SET_NORM_DOUBLE, nullptr, SF_TRUE);
+  a.channels = info.channels;
+  a.rate = info.samplerate;
+  a.format = info.format;
+  a.samples.resize(size_t(info.frames) * size_t(info.channels));
+  a.ok = sf_readf_double(file, a.samples.data(), info.frames) == info.frames;
+  sf_close(file);
+  return a;
+}
+
+// Writes interleaved float samples as a 32-bit float WAV file.
+inline bool WriteFloatWav(const std::string& path, int channels, int rate, const std::vector<float>& samples) {
+  SF_INFO info{};
+  info.channels = channels;
+  info.samplerate = rate;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+  if (!file) return false;
+  const sf_count_t frames = sf_count_t(samples.size() / size_t(channels));
+  const bool ok = sf_writef_float(file, samples.data(), frames) == frames;
+  sf_close(file);
+  return ok;
 }
 
 class ZqvstTest : public ::testing::Test {
@@ -52,15 +92,14 @@ class ZqvstTest : public ::testing::Test {
 
   // Runs zqvst with `args`; standard output and error go to files of the
   // test folder.
-  Result Run(const std::vector<std::string>& args) {
+  Result Run(const Args& args) {
     Result r;
     const std::string outPath = Path(".stdout"), errPath = Path(".stderr");
     HANDLE out = CreateFileW(ZqUtf8ToUtf16(outPath).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     HANDLE err = CreateFileW(ZqUtf8ToUtf16(errPath).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    EXPECT_NE(out, INVALID_HANDLE_VALUE);
-    EXPECT_NE(err, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(out != INVALID_HANDLE_VALUE && err != INVALID_HANDLE_VALUE);
     const ZqSpawnDescriptor descriptors[] = {{ZqGetFileDescriptor(out), 1}, {ZqGetFileDescriptor(err), 2}};
-    const std::string program = Program();
+    const std::string program = std::string(ZQ_BINARY_DIR) + "/bin/zqvst";
     std::vector<const char*> argv{"zqvst"};
     for (const auto& a : args) argv.push_back(a.c_str());
     argv.push_back(nullptr);
@@ -84,6 +123,16 @@ class ZqvstTest : public ::testing::Test {
     return r;
   }
 
+  // zqvst render of `plugin` with `extra` into `out` of the test folder,
+  // which must succeed; the file written.
+  Audio Render(const char* plugin, Args extra, const std::string& out = "out.wav") {
+    extra.insert(extra.begin(), {"render", "--plugin", Plugin(plugin)});
+    extra.insert(extra.end(), {"--output", Path(out)});
+    const Result r = Run(extra);
+    EXPECT_EQ(r.exitCode, 0u) << r.err;
+    return ReadAudio(Path(out));
+  }
+
   // Files left in the test folder (the captured streams aside).
   std::vector<std::string> Files() const {
     std::vector<std::string> names;
@@ -98,46 +147,5 @@ class ZqvstTest : public ::testing::Test {
   zqtest::TestFolder folder_{"zq_zqvst_"};
   const fs::path& dir_ = folder_.path();
 };
-
-// An audio file read back: its frames as doubles, interleaved.
-struct Audio {
-  bool ok = false;
-  int channels = 0;
-  int rate = 0;
-  int subformat = 0;  // SF_FORMAT_PCM_16 ...
-  std::vector<double> samples;
-  size_t Frames() const { return channels ? samples.size() / size_t(channels) : 0; }
-  double At(size_t frame, int channel = 0) const { return samples[frame * size_t(channels) + size_t(channel)]; }
-};
-
-inline Audio ReadAudio(const std::string& path) {
-  Audio a;
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (!file) return a;
-  // Integer files read as doubles scaled by 1/2^(bits-1), exactly.
-  sf_command(file, SFC_SET_NORM_DOUBLE, nullptr, SF_TRUE);
-  a.channels = info.channels;
-  a.rate = info.samplerate;
-  a.subformat = info.format & SF_FORMAT_SUBMASK;
-  a.samples.resize(size_t(info.frames) * size_t(info.channels));
-  a.ok = sf_readf_double(file, a.samples.data(), info.frames) == info.frames;
-  sf_close(file);
-  return a;
-}
-
-// Writes interleaved float samples as a 32-bit float WAV file.
-inline bool WriteFloatWav(const std::string& path, int channels, int rate, const std::vector<float>& samples) {
-  SF_INFO info{};
-  info.channels = channels;
-  info.samplerate = rate;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-  if (!file) return false;
-  const sf_count_t frames = sf_count_t(samples.size() / size_t(channels));
-  const bool ok = sf_writef_float(file, samples.data(), frames) == frames;
-  sf_close(file);
-  return ok;
-}
 
 }  // namespace zqvsttest
