@@ -16,10 +16,8 @@ ListPtr Full(DWORD options, UINT itemSize, int n) {
   ListPtr l = MakeList(options, itemSize, 4, 4);
   for (int i = 0; i < n; ++i) {
     std::vector<BYTE> element(l->itemSize, static_cast<BYTE>(i));  // an array element, or a plain value
-    if (options & ZQLIST_HEAPITEMS)
-      EXPECT_EQ(HeapKind::Add(l.get(), -1, i), S_OK);
-    else
-      EXPECT_EQ(ZqList_InsertList(l.get(), -1, element.data(), 1), S_OK);
+    EXPECT_EQ((options & ZQLIST_HEAPITEMS) ? HeapKind::Add(l.get(), -1, i) : ZqList_InsertList(l.get(), -1, element.data(), 1),
+              S_OK);
   }
   return l;
 }
@@ -72,31 +70,24 @@ TEST(ListFaults, EveryFailingAllocationLeavesTheListsAsTheyWere) {
                    [](tZQLIST* l, tZQLIST* src) { return ZqList_SortTo(l, src, 0, CompareKeys<ArrayKind>); },
                    kArray});
 
-  struct State {
-    ListPtr l, second;
-    ListImage before, secondBefore;
-  };
+  struct State { ListPtr l, second; ListImage before, secondBefore; };
   for (const Case& c : cases) {
-    LONG points = ZqForEachAllocFailure(
-        [&] {
-          State s{Full(c.options, c.itemSize, c.n), Full(c.secondOptions, c.itemSize, 10), {}, {}};
-          if (c.spare) {
-            EXPECT_EQ(ZqList_GrowAllocated(s.l.get(), c.spare), S_OK);
-          }
-          s.before = Capture(s.l.get());
-          s.secondBefore = Capture(s.second.get());
-          return s;
-        },
-        [&](State& s) { return c.op(s.l.get(), s.second.get()); },
-        [&](State& s, const ZqFaultRun& run) {
-          if (!run.failed) {
-            EXPECT_EQ(run.status, S_OK) << c.name;
-            return;
-          }
-          EXPECT_EQ(run.status, E_OUTOFMEMORY) << c.name << ", allocation " << run.n << " failing";
-          EXPECT_EQ(Capture(s.l.get()), s.before) << c.name << ", allocation " << run.n << " failing";
-          EXPECT_EQ(Capture(s.second.get()), s.secondBefore) << c.name << ", allocation " << run.n << " failing";
-        });
+    auto setup = [&] {
+      State s{Full(c.options, c.itemSize, c.n), Full(c.secondOptions, c.itemSize, 10), {}, {}};
+      EXPECT_EQ(c.spare ? ZqList_GrowAllocated(s.l.get(), c.spare) : S_OK, S_OK);
+      s.before = Capture(s.l.get());
+      s.secondBefore = Capture(s.second.get());
+      return s;
+    };
+    auto check = [&](State& s, const ZqFaultRun& run) {
+      SCOPED_TRACE(c.name + ", allocation " + std::to_string(run.n) + (run.failed ? " failing" : ""));
+      EXPECT_EQ(run.status, run.failed ? E_OUTOFMEMORY : S_OK);
+      if (run.failed) {
+        EXPECT_EQ(Capture(s.l.get()), s.before);
+        EXPECT_EQ(Capture(s.second.get()), s.secondBefore);
+      }
+    };
+    LONG points = ZqForEachAllocFailure(setup, [&](State& s) { return c.op(s.l.get(), s.second.get()); }, check);
     EXPECT_GT(points, 0) << c.name << " should allocate";
   }
 }
@@ -110,21 +101,20 @@ TEST(ListFaults, CreationFailsCleanly) {
                {ZQLIST_INPLACE, 1}};
   for (const Kind& k : kinds) {
     LONG_PTR live = ZqMemory_GetLiveBlocks();
-    LONG points = ZqForEachAllocFailure(
-        [&] { return (k.options & ZQLIST_INPLACE) ? &record : nullptr; },
-        [&](tZQLIST*& l) { return ZqList_CreateExZ(&l, 12, 0, 0, k.options, 0, 0, 0); },
-        [&](tZQLIST*& l, const ZqFaultRun& run) {
-          if (!run.failed) {
-            EXPECT_EQ(ZqList_Destroy(l), S_OK);
-            return;
-          }
-          EXPECT_EQ(run.status, E_OUTOFMEMORY) << "options " << k.options << ", allocation " << run.n;
-          EXPECT_FALSE(ZqList_IsListFast(l));
-          if (!(k.options & ZQLIST_INPLACE)) {
-            EXPECT_EQ(l, nullptr);
-          }
-          EXPECT_EQ(ZqMemory_GetLiveBlocks(), live) << "options " << k.options << ", allocation " << run.n;
-        });
+    auto check = [&](tZQLIST*& l, const ZqFaultRun& run) {
+      SCOPED_TRACE(testing::Message() << "options " << k.options << ", allocation " << run.n);
+      if (!run.failed) {
+        EXPECT_EQ(ZqList_Destroy(l), S_OK);
+        return;
+      }
+      EXPECT_EQ(run.status, E_OUTOFMEMORY);
+      EXPECT_FALSE(ZqList_IsListFast(l));
+      EXPECT_TRUE((k.options & ZQLIST_INPLACE) || l == nullptr);
+      EXPECT_EQ(ZqMemory_GetLiveBlocks(), live);
+    };
+    LONG points = ZqForEachAllocFailure([&] { return (k.options & ZQLIST_INPLACE) ? &record : nullptr; },
+                                        [&](tZQLIST*& l) { return ZqList_CreateExZ(&l, 12, 0, 0, k.options, 0, 0, 0); },
+                                        check);
     EXPECT_EQ(points, k.points) << "options " << k.options;
   }
 }

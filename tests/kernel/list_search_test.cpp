@@ -29,11 +29,7 @@ int ZQ_STDCALL RecordingCompare(UINT_PTR, const void* a, const void* b) {
 TEST(ListSortedSearch, TheWalkProbesInItsOwnOrder) {
   ListPtr l = ListOf({0, 10, 20, 30, 40, 50, 60, 70, 80, 90});
   g_probed = l.get();
-  struct Case {
-    bool insertIndex;
-    int key, start, n, answer;
-    std::vector<int> probes;
-  } cases[] = {
+  struct Case { bool insertIndex; int key, start, n, answer; std::vector<int> probes; } cases[] = {
       // Ten elements: the probe stands at the end of the lower half (4), then
       // 1 of the four below it, then 2, then the last single one, 3.
       {false, 35, 0, -1, -1, {4, 1, 2, 3}},
@@ -50,11 +46,7 @@ TEST(ListSortedSearch, TheWalkProbesInItsOwnOrder) {
 }
 
 TEST(ListSortedSearch, AnswersAtTheEdgesAndAmongDuplicates) {
-  struct Case {
-    std::vector<int> keys;
-    bool insertIndex;
-    int key, start, n, answer;
-  } cases[] = {
+  struct Case { std::vector<int> keys; bool insertIndex; int key, start, n, answer; } cases[] = {
       {{1, 2, 2, 2, 3}, false, 2, 0, -1, 2},  // the duplicate the walk meets first
       {{2, 2, 2, 2}, false, 2, 0, -1, 1},
       {{2, 2, 2, 2}, true, 2, 0, -1, 1},  // a tie answers the probe: the new element goes before it

@@ -24,10 +24,7 @@ inline ListPtr MakeList(DWORD options, UINT itemSize = 0, INT initial = 0, INT g
   return ListPtr(l);
 }
 
-struct Item {
-  int key;
-  int tag;
-};
+struct Item { int key; int tag; };
 
 // The ways a list holds its elements, each with the same small interface:
 // Add an element with a key (and a tag where the kind can keep one), read
