@@ -42,10 +42,7 @@ TEST_F(NumText, IntegersWithAndWithoutGrouping) {
 
   WCHAR t[64];
   // Bounded: below 2 nothing; a text that does not fit gives 0 and empty.
-  const struct {
-    int size;
-    int expected;
-  } bounded[] = {{1, 0}, {2, 1}, {5, 0}, {6, 5}};
+  const struct { int size; int expected; } bounded[] = {{1, 0}, {2, 1}, {5, 0}, {6, 5}};
   for (const auto& b : bounded) {
     t[0] = u'?';
     EXPECT_EQ(ZqLongToTextN(b.size == 2 ? 7 : 12345, t, b.size, FALSE), b.expected) << b.size;
@@ -56,12 +53,7 @@ TEST_F(NumText, IntegersWithAndWithoutGrouping) {
 }
 
 TEST_F(NumText, DoublesRoundOnTheSinglePrecisionStepAndNeverShowMinusZero) {
-  const struct {
-    double value;
-    int decimals;
-    BOOL group;
-    const char* expected;
-  } cases[] = {
+  const struct { double value; int decimals; BOOL group; const char* expected; } cases[] = {
       {-0.0004, 3, FALSE, "0.000"}, {-0.0006, 3, FALSE, "-0.001"}, {1.5, 0, FALSE, "2"}, {-1.5, 0, FALSE, "-2"},
       {0.125, 2, FALSE, "0.12"},  // 0.125 + 0.005f stays below 0.13
       {1234.5678, 2, TRUE, "1,234.57"}, {3.07, 2, FALSE, "3.07"}, {1e30, 0, FALSE, "18446744073709551615"},
@@ -79,12 +71,7 @@ TEST_F(NumText, DoublesRoundOnTheSinglePrecisionStepAndNeverShowMinusZero) {
 
 TEST_F(NumText, DigitsAreLaidOutForTheLocale) {
   enum Form { Grouped, Decimal, GroupDecimal };
-  const struct {
-    Form form;
-    const WCHAR* digits;
-    int decimals;
-    const char* expected;
-  } cases[] = {
+  const struct { Form form; const WCHAR* digits; int decimals; const char* expected; } cases[] = {
       // Leading zeros, a prefix and blanks behind stay; what is no number is copied.
       {Grouped, u"1234.6", 0, "1,235"}, {Grouped, u"007", 0, "007"}, {Grouped, u"  -1234567", 0, "  -1,234,567"},
       {Grouped, u"1234  ", 0, "1,234  "}, {Grouped, u"12ab", 0, "12ab"}, {Decimal, u"1234.50", 0, "1234.50"},
@@ -113,12 +100,7 @@ TEST_F(NumText, LabelledValuesSizesAndCodes) {
   EXPECT_EQ(U8(ZqGetdBStringFloat(-6.02, 1, -96, TRUE)), "-6.0 dB");
   EXPECT_EQ(U8(ZqGetdBStringFixed(-960, 1, -960, TRUE)), "-Inf.");
 
-  const struct {
-    ULONGLONG size;
-    const char* plain;
-    const char* spaced;
-    const char* words;
-  } sizes[] = {
+  const struct { ULONGLONG size; const char* plain; const char* spaced; const char* words; } sizes[] = {
       {1023, "1023", "1023", "1023 bytes"}, {1536, "1.50KB", "1.50 KB", "1.50 KB"},
       {0xFA000 - 1, "1,000.00KB", "1,000.00 KB", "1,000.00 KB"}, {0xFA000, "1.00MB", "1.00 MB", "1.00 MB"},
       {0x3D090000, "1.00GB", "1.00 GB", "1.00 GB"}, {5000000000000ULL, "4,882.81GB", "4,882.81 GB", "4,882.81 GB"},
@@ -139,11 +121,7 @@ TEST_F(NumText, LabelledValuesSizesAndCodes) {
 }
 
 TEST_F(NumText, ColoursBothWays) {
-  const struct {
-    COLORREF colour;
-    int form;
-    const char* text;
-  } out[] = {
+  const struct { COLORREF colour; int form; const char* text; } out[] = {
       {0x302010, 0, "RGB(16,32,48)"}, {0x302010, 1, "#102030"}, {0x302010, 2, "0x00302010"},
       {0, 2, "0x00000000"}, {0x1000000, 0, "0x01000000"},
   };
@@ -157,11 +135,7 @@ TEST_F(NumText, ColoursBothWays) {
   EXPECT_EQ(ZqColorrefToTextEx(t, 8, &length, 0x302010, 0), ZQ_E_TEXT_CUT);
   EXPECT_EQ(length, 7);
 
-  const struct {
-    const WCHAR* text;
-    COLORREF colour;
-    int stop;
-  } in[] = {
+  const struct { const WCHAR* text; COLORREF colour; int stop; } in[] = {
       {u"#102030", 0x302010, 7},   {u" rgb( 1 , 2 ,3 )x", 0x030201, 16}, {u"RGB(300,0,0)", ZQ_COLORREF_INVALID, 0},
       {u"RGB(1,2)", ZQ_COLORREF_INVALID, 0}, {u"0x10", 16, 4},          {u"255", 255, 3},
       {u"#", ZQ_COLORREF_INVALID, 0}, {u"zz", ZQ_COLORREF_INVALID, 0},
@@ -176,11 +150,7 @@ TEST_F(NumText, ColoursBothWays) {
 }
 
 TEST_F(NumText, ParsersStopWhereTheNumberEnds) {
-  const struct {
-    const WCHAR* text;
-    long long dword, dwordLong, lng, longLong;
-    int stop;
-  } cases[] = {
+  const struct { const WCHAR* text; long long dword, dwordLong, lng, longLong; int stop; } cases[] = {
       {u" 1,234.9x", 1234, 1234, 1234, 1234, 8},
       {u"-5", 0, 0, -5, -5, 2},
       {u"99999999999", UINT_MAX, 99999999999LL, INT_MAX, 99999999999LL, 11},
@@ -208,10 +178,7 @@ TEST_F(NumText, ParsersStopWhereTheNumberEnds) {
 }
 
 TEST_F(NumText, ExFormsTakeTheFallbackOnlyWithoutANumberAndClip) {
-  const struct {
-    const WCHAR* text;
-    long long expected;
-  } cases[] = {
+  const struct { const WCHAR* text; long long expected; } cases[] = {
       // "abc" takes the fallback 7, clipped; a 0 before a blank or the end is a number.
       {u"abc", 5}, {u"0", 0}, {u"0 ", 0}, {u"9", 5}, {u"", 0}, {u"1x", 1},
   };

@@ -31,10 +31,7 @@ class PrintF : public ::testing::Test {
 ScopedTextLocale* PrintF::locale_ = nullptr;
 
 TEST_F(PrintF, FormsWithoutArguments) {
-  const struct {
-    const WCHAR* format;
-    const char* expected;
-  } cases[] = {
+  const struct { const WCHAR* format; const char* expected; } cases[] = {
       {u"$$ %%", "$ %"}, {u"$(100000.5)", "100,000.5"}, {u"$(-1234.5)", "-1,234.5"},
       {u"$(1,000)", "1,000"}, {u"$(12 x", "$(12 x"}, {u"$(NoSuchToken)", "$(NoSuchToken)"}, {u"$(open", "$(open"},
       {u"[$*][$,][$:]", "[.][,][:]"}, {u"$!:|$!.|$!,|$!x", ":|.|,|x"}, {u"$&:|$&.", ".|."},
@@ -46,11 +43,7 @@ TEST_F(PrintF, FormsWithoutArguments) {
 
 TEST_F(PrintF, IntegerForms) {
   // 32-bit forms receive an int; "I64" forms a long long.
-  const struct {
-    const WCHAR* format;
-    long long value;
-    const char* expected;
-  } cases[] = {
+  const struct { const WCHAR* format; long long value; const char* expected; } cases[] = {
       {u"$d", -1234, "-1,234"}, {u"%d", 1234567, "1234567"}, {u"$u", 4000000000LL, "4,000,000,000"},
       {u"$i", -2147483647LL - 1, "-2,147,483,648"}, {u"$8d|", 1234, "    1,234|"}, {u"%-5d|", 42, "42   |"},
       {u"%05d", -42, "-0042"}, {u"%+d % d", 5, "+5  5"}, {u"%.3d", 7, "007"}, {u"%x %X", 255, "ff FF"},
@@ -68,11 +61,7 @@ TEST_F(PrintF, IntegerForms) {
 }
 
 TEST_F(PrintF, FloatForms) {
-  const struct {
-    const WCHAR* format;
-    double value;
-    const char* expected;
-  } cases[] = {
+  const struct { const WCHAR* format; double value; const char* expected; } cases[] = {
       {u"%.2f", 1234.5, "1234.50"}, {u"$.2f", 1234.5, "1,234.50"}, {u"$f", -0.5, "-0.500000"},
       {u"%e", 1234.5, "1.234500e+03"}, {u"$E", 1234.5, "1.234500E+03"}, {u"$g", 0.5, "0.5"}, {u"$g", 1e20, "1e+20"},
       {u"%10.1f|", 2.25, "       2.2|"}, {u"%-8.3e|", 1.0, "1.000e+00|"},
@@ -81,11 +70,7 @@ TEST_F(PrintF, FloatForms) {
 }
 
 TEST_F(PrintF, TextForms) {
-  const struct {
-    const WCHAR* format;
-    const WCHAR* value;
-    const char* expected;
-  } cases[] = {
+  const struct { const WCHAR* format; const WCHAR* value; const char* expected; } cases[] = {
       {u"%s", u"abc", "abc"},  {u"$5s", u"abc", "  abc"},  {u"%-5s|", u"abc", "abc  |"},
       {u"%.2s", u"abc", "ab"}, {u"%s", nullptr, "(null)"}, {u"%ls", u"\u00e9", "\xc3\xa9"},
   };
@@ -168,10 +153,7 @@ TEST_F(PrintF, APieceThatDoesNotFitIsLeftOutWhole) {
 }
 
 TEST_F(PrintF, NumberedInsertsTakeTheirArgumentsByNumber) {
-  const struct {
-    const WCHAR* format;
-    const char* expected;
-  } cases[] = {
+  const struct { const WCHAR* format; const char* expected; } cases[] = {
       {u"%2 and %1!d!, %2 again", "two and 5, two again"},
       {u"%1!04x!|%1!-4d!|", "0005|5   |"},
       {u"100%% %b%t%n%0 cut", "100%  \t\n"},

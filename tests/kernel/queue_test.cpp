@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -33,9 +32,6 @@ BOOL ZQ_STDCALL Never(tZQQELM*, void*) { return FALSE; }
 // Five records a to e; the tests speak of them by letter.
 class QueueOrder : public ::testing::Test {
  protected:
-  void SetUp() override {
-    for (int i = 0; i < 5; ++i) recs[i].id = 'a' + i;
-  }
   void Fill(const char* ids) {
     for (; *ids; ++ids) ZqQueueInsert(&q, R(*ids));
   }
@@ -47,7 +43,7 @@ class QueueOrder : public ::testing::Test {
     return s;
   }
   Queue q;
-  Rec recs[5];
+  Rec recs[5] = {{{}, 'a'}, {{}, 'b'}, {{}, 'c'}, {{}, 'd'}, {{}, 'e'}};
 };
 
 TEST_F(QueueOrder, InsertAndMove) {

@@ -35,11 +35,7 @@ class ScopedTextLocale {
     saved_[i] = {name, n > 0 && n < 256, n > 0 && n < 256 ? std::u16string(buffer, n) : std::u16string()};
     SetEnvironmentVariableW(name, value);
   }
-  struct Saved {
-    const char16_t* name;
-    bool had;
-    std::u16string value;
-  } saved_[2];
+  struct Saved { const char16_t* name; bool had; std::u16string value; } saved_[2];
   bool started_ = false;
 };
 

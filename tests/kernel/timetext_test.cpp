@@ -31,12 +31,7 @@ class TimeText : public ::testing::Test {
 ScopedTextLocale* TimeText::locale_ = nullptr;
 
 TEST_F(TimeText, EveryModeShowsItsFormat) {
-  const struct {
-    DWORD mode;
-    LONGLONG t;
-    DWORD flags;
-    const char* expected;
-  } cases[] = {
+  const struct { DWORD mode; LONGLONG t; DWORD flags; const char* expected; } cases[] = {
       {ZQPOS_SAMPLES, 10'000'000, 0, "44,100"}, {ZQPOS_HMSMS, 37'235'000'000, 0, "01:02:03.500"},
       {ZQPOS_HMSMS, 37'235'000'000, ZQPOS_ROUNDED, "01:02:03"}, {ZQPOS_HMSMS, -10'000'000, 0, "-00:00:01.000"},
       {ZQPOS_SECONDS, 15'000'000, 0, "1.500"},
@@ -91,12 +86,7 @@ TEST_F(TimeText, EveryModeReadsBackWhatItShows) {
 }
 
 TEST_F(TimeText, TextReadsByTheGrammarOfItsMode) {
-  const struct {
-    DWORD mode;
-    const WCHAR* text;
-    DWORD flags;
-    LONGLONG expected;
-  } cases[] = {
+  const struct { DWORD mode; const WCHAR* text; DWORD flags; LONGLONG expected; } cases[] = {
       {ZQPOS_HMSMS, u"1:02:03.5", 0, 37'235'000'000},
       {ZQPOS_HMSMS, u"5", 0, 50'000'000},          // one bare field: whole seconds
       {ZQPOS_HMSMS, u"5 ", 0, 5'000'000},          // with a blank it is a fraction
@@ -126,11 +116,7 @@ TEST_F(TimeText, TextReadsByTheGrammarOfItsMode) {
 
 TEST_F(TimeText, FallbackLimitsAndOrigin) {
   _zqposfmt f = Format(ZQPOS_NANO);
-  const struct {
-    DWORD mode;
-    const WCHAR* text;
-    LONGLONG expected;
-  } cases[] = {
+  const struct { DWORD mode; const WCHAR* text; LONGLONG expected; } cases[] = {
       {ZQPOS_NANO, u"abc", 42},   // no number
       {ZQPOS_NANO, u"", 42},      // empty
       {ZQPOS_NANO, u"500", 100},  // clipped
@@ -150,11 +136,7 @@ TEST_F(TimeText, FallbackLimitsAndOrigin) {
 }
 
 TEST(Smpte, FramesMatchPublishedTimecode) {
-  const struct {
-    DWORD code;
-    LONGLONG frame;
-    DWORD h, m, s, f;
-  } cases[] = {
+  const struct { DWORD code; LONGLONG frame; DWORD h, m, s, f; } cases[] = {
       {ZQSMPTE_30_DROP, 1799, 0, 0, 59, 29},   {ZQSMPTE_30_DROP, 1800, 0, 1, 0, 2},
       {ZQSMPTE_30_DROP, 3598, 0, 2, 0, 2},     {ZQSMPTE_30_DROP, 17981, 0, 9, 59, 29},
       {ZQSMPTE_30_DROP, 17982, 0, 10, 0, 0},   {ZQSMPTE_30_DROP, 19782, 0, 11, 0, 2},
@@ -216,13 +198,7 @@ TEST_F(TimeText, HmsfAndMeasures) {
 
 TEST_F(TimeText, TicksBothWays) {
   _zqposfmt f = Format(ZQPOS_MBT);
-  const struct {
-    LONGLONG ticks;
-    int base;
-    BOOL shortForm;
-    int divide;
-    const char* expected;
-  } cases[] = {
+  const struct { LONGLONG ticks; int base; BOOL shortForm; int divide; const char* expected; } cases[] = {
       {4805, 1, FALSE, 1, "2.2.005"}, {4805, 0, FALSE, 1, "1.1.005"}, {4805, 1, TRUE, 1, "2.2"},
       {4805, 1, FALSE, 5, "2.2.001"}, {-960, 1, FALSE, 1, "-1.4.000"}, {-960, 0, FALSE, 1, "-1.3.000"},
   };
