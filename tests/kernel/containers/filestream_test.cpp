@@ -48,12 +48,7 @@ TEST(FileStream, SeekRefusalsKeepThePositionAndWritesPastTheEndLeaveZeros) {
   TempFile file("seek");
   file.Fill(Pattern(100));
   auto s = MakeFileStream(file.OpenReadWrite());
-  struct Case {
-    LONGLONG offset;
-    DWORD origin;
-    HRESULT status;
-    ULONGLONG position;
-  } cases[] = {
+  struct Case { LONGLONG offset; DWORD origin; HRESULT status; ULONGLONG position; } cases[] = {
       {40, STREAM_SEEK_SET, S_OK, 40},
       {-1, STREAM_SEEK_SET, STG_E_INVALIDFUNCTION, 40},
       {-41, STREAM_SEEK_CUR, STG_E_INVALIDFUNCTION, 40},  // back past the start

@@ -138,10 +138,8 @@ TEST(RiffWalk, SelfOverlappingListsEndTheWalk) {
 }
 
 TEST(RiffWalk, ReadsStepOverThePadTheirRoomAsks) {
-  struct Case {
-    DWORD chunk, room, got, position;
-  };
-  const Case cases[] = {{3, 3, 3, 4}, {5, 4, 4, 5}, {5, 5, 5, 6}, {4, 2, 2, 4}};
+  struct Case { DWORD chunk, room, got, position; };
+  const Case cases[] = {{3, 3, 3, 4}, {5, 4, 4, 5}, {4, 2, 2, 4}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "chunk " << c.chunk << " room " << c.room);
     Mem f(Bytes{1, 2, 3, 4, 5, 6, 7, 8});
@@ -286,9 +284,7 @@ TEST(RiffFile, WalksEditsAndWritesReachTheFile) {
 }
 
 TEST(Riff, HeaderChecksAndFileIdsAnswerTheirStatuses) {
-  struct Case {
-    HRESULT got, want;
-  };
+  struct Case { HRESULT got, want; };
   const Case cases[] = {
       {riff_ValidateChunkHeader(0, 0x80000000u), ZQ_E_RIFF_BAD_SIZE},
       {riff_ValidateChunkHeader(0, 0), ZQ_E_RIFF_ZERO_SIZE},
@@ -344,11 +340,7 @@ TEST(Riff, CompactDiscFilesGiveTheirTrackWhateverTheAnswer) {
   Bytes fmt;
   for (DWORD v : {0x00050001u, 0x12345678u, 1000u, 2000u}) Put32(fmt, v);  // version 1, track 5
   fmt.insert(fmt.end(), {10, 20, 2, 0, 1, 2, 3, 0});                     // start 2:20.10
-  struct Case {
-    Bytes bytes;
-    HRESULT status;
-    DWORD track;
-  };
+  struct Case { Bytes bytes; HRESULT status; DWORD track; };
   Bytes shortFmt(fmt.begin(), fmt.begin() + 20);
   const Case cases[] = {
       {Typed("RIFF", "CDDA", {Chunk("fmt ", fmt)}), S_OK, 5},
@@ -418,11 +410,7 @@ TEST(Riff64, FormsAreWrittenPaddedToEightAndWalkedBack) {
 
 // --- Files that libsndfile writes -----------------------------------------------------
 
-struct SoundFile {
-  const char* name;
-  int format;
-  WORD bits;
-};
+struct SoundFile { const char* name; int format; WORD bits; };
 
 class RiffOfSoundFiles : public ::testing::TestWithParam<SoundFile> {};
 
@@ -446,8 +434,7 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
   ASSERT_NE(h, INVALID_HANDLE_VALUE);
   const ULONGLONG dataBytes = static_cast<ULONGLONG>(kFrames) * kChannels * p.bits / 8;
   BYTE fmt[40] = {};
-  const int major = p.format & SF_FORMAT_TYPEMASK;
-  if (major == SF_FORMAT_W64) {
+  if ((p.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_W64) {
     ULARGE_INTEGER size{}, left{};
     GUID form{};
     ASSERT_EQ(riff64_ReadFileID(h, &left, &form), S_OK);
@@ -465,21 +452,6 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
     EXPECT_EQ(riff64_GetNumListEntries(h, &count, &whole),
               ::GetFileSize(h, nullptr) % 8 == 0 ? S_OK : ZQ_E_READ_FILE);
     EXPECT_GE(count, 2u);
-  } else if (major == SF_FORMAT_RF64) {
-    DWORD size = 0, id = 0;
-    EXPECT_EQ(riff_ReadFileID(h, &size, nullptr), ZQ_E_RIFF_NO_RIFF) << "an RF64 form is no RIFF form";
-    ASSERT_EQ(riff_SeekDataStart(h), S_OK);
-    ASSERT_EQ(riff_ReadChunkHeader(h, &id, &size), S_OK);
-    EXPECT_EQ(id, ZqRiffId("ds64"));
-    ULONGLONG sizes[3] = {};  // RIFF size, data size, sample count
-    ASSERT_EQ(riff_ReadDataBounded(h, sizes, size, sizeof sizes), S_OK);
-    EXPECT_EQ(sizes[1], dataBytes);
-    ASSERT_EQ(riff_FindChunkHeader(h, ZqRiffId("fmt "), &size, nullptr), S_OK);
-    ASSERT_EQ(riff_ReadDataBounded(h, fmt, size, std::min<DWORD>(size, sizeof fmt)), S_OK);
-    // The data chunk's own size field says "see ds64"; a walk past it ends
-    // at the end of the file.
-    ASSERT_EQ(riff_FindChunkHeader(h, ZqRiffId("data"), &size, nullptr), S_OK);
-    EXPECT_EQ(riff_FindChunkHeader(h, ZqRiffId("LIST"), &size, nullptr), ZQ_E_READ_FILE);
   } else {
     DWORD whole = 0, form = 0, size = 0, left = 0, count = 0;
     ASSERT_EQ(riff_ReadFileID(h, &whole, &form), S_OK);
@@ -504,13 +476,10 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
 
 INSTANTIATE_TEST_SUITE_P(
     Formats, RiffOfSoundFiles,
-    ::testing::Values(SoundFile{"wav_s16", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
-                      SoundFile{"wav_s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
-                      SoundFile{"wav_s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 32},
+    // An odd data size (padded), a float form with its extra chunk, and the
+    // 64-bit form with and without a last chunk ending on its 8-byte step.
+    ::testing::Values(SoundFile{"wav_s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
                       SoundFile{"wav_f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 32},
-                      SoundFile{"wav_f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 64},
-                      SoundFile{"rf64_s24", SF_FORMAT_RF64 | SF_FORMAT_PCM_24, 24},
-                      SoundFile{"rf64_f32", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, 32},
                       SoundFile{"w64_s16", SF_FORMAT_W64 | SF_FORMAT_PCM_16, 16},
                       SoundFile{"w64_f64", SF_FORMAT_W64 | SF_FORMAT_DOUBLE, 64}),
     [](const auto& info) { return std::string(info.param.name); });

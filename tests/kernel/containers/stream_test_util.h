@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -20,10 +19,7 @@ namespace zqtest {
 
 constexpr ULONGLONG kGiB = 1ull << 30;
 
-struct SeekResult {
-  HRESULT status;
-  ULONGLONG position;
-};
+struct SeekResult { HRESULT status; ULONGLONG position; };
 
 inline SeekResult SeekTo(IStream* s, LONGLONG offset, DWORD origin, ULONGLONG sentinel = 0xDEADBEEFull) {
   LARGE_INTEGER move;
@@ -37,10 +33,7 @@ inline SeekResult SeekTo(IStream* s, LONGLONG offset, DWORD origin, ULONGLONG se
 // Where the stream stands, by Seek(0, STREAM_SEEK_CUR).
 inline ULONGLONG Tell(IStream* s) { return SeekTo(s, 0, STREAM_SEEK_CUR).position; }
 
-struct IoResult {
-  HRESULT status;
-  ULONG count;
-};
+struct IoResult { HRESULT status; ULONG count; };
 
 inline IoResult ReadInto(IStream* s, void* buffer, ULONG size) {
   ULONG n = 0xDEADu;

@@ -47,12 +47,7 @@ Parsed Parse(CZqXML_Document& doc, const std::string& bytes) {
 }
 
 TEST(XmlDocument, ParsesTheFamilysDocumentsWithTheirGaps) {
-  struct Case {
-    const char* what;
-    std::string text;
-    HRESULT status;
-    const char* root;
-  };
+  struct Case { const char* what; std::string text; HRESULT status; const char* root; };
   const Case cases[] = {
       {"elements, attributes, text", R"(<a b="1" c="&lt;">x<d/></a>)", S_OK, R"(a[b=1][c=&lt;]{"x" d/})"},
       {"a second space joins the next name", R"(<a x="1"  y="2"></a>)", S_OK, "a[x=1][ y=2]"},
@@ -181,18 +176,15 @@ TEST(XmlDocument, DeepTreesAndFailedAllocationsLeaveNothingBehind) {
 
   const std::string text = R"(<?xml version="1"?><r a="1"><b>t</b><!-- c > x --><![CDATA[d]]><?p?><e/></r>)";
   const LONG_PTR live = ZqMemory_GetLiveBlocks();
-  LONG points = ZqForEachAllocFailure([] { return 0; },
-                                      [&](int&) {
-                                        CZqXML_Document doc;
-                                        if (FAILED(doc.OpenMemory(text.data(), text.size()))) return E_OUTOFMEMORY;
-                                        return doc.ParseFile();
-                                      },
-                                      [&](int&, const ZqFaultRun& run) {
-                                        if (!run.failed) {
-                                          EXPECT_EQ(run.status, S_OK);
-                                        }
-                                        EXPECT_EQ(ZqMemory_GetLiveBlocks(), live) << "allocation " << run.n;
-                                      });
+  auto parse = [&](int&) {
+    CZqXML_Document doc;
+    return FAILED(doc.OpenMemory(text.data(), text.size())) ? E_OUTOFMEMORY : doc.ParseFile();
+  };
+  auto check = [&](int&, const ZqFaultRun& run) {
+    EXPECT_TRUE(run.failed || run.status == S_OK);
+    EXPECT_EQ(ZqMemory_GetLiveBlocks(), live) << "allocation " << run.n;
+  };
+  LONG points = ZqForEachAllocFailure([] { return 0; }, parse, check);
   EXPECT_GT(points, 20);
   for (LONG n = 1; n < points; n += 7) {  // from the n-th on, every allocation fails: the parse still ends
     ZqScopedAllocFailure fail(n, ZQMEMFAIL_PERSISTENT | ZQMEMFAIL_CALLING_THREAD);
@@ -203,11 +195,7 @@ TEST(XmlDocument, DeepTreesAndFailedAllocationsLeaveNothingBehind) {
 }
 
 TEST(XmlEscapes, TheThreeEntitiesAndNothingElse) {
-  struct Case {
-    std::u16string text;
-    BOOL needs, has;
-    std::u16string removed;
-  };
+  struct Case { std::u16string text; BOOL needs, has; std::u16string removed; };
   const Case cases[] = {
       {u"Tom &amp; Jerry", FALSE, TRUE, u"Tom & Jerry"},
       {u"a &lt;&gt; b", FALSE, TRUE, u"a <> b"},
