@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
 #include <string>
 
@@ -58,12 +57,7 @@ TEST_F(Files, CreateWriteSeekRead) {
 
 TEST_F(Files, DispositionsAndErrors) {
   const std::u16string longName(300, u'n');
-  struct Case {
-    const char16_t* name;
-    DWORD disposition, access;
-    bool opens;
-    DWORD error;
-  } cases[] = {
+  struct Case { const char16_t* name; DWORD disposition, access; bool opens; DWORD error; } cases[] = {
       {u"x", CREATE_NEW, GENERIC_WRITE, true, ERROR_SUCCESS},
       {u"x", CREATE_NEW, GENERIC_WRITE, false, ERROR_FILE_EXISTS},
       {u"x", CREATE_ALWAYS, GENERIC_WRITE, true, ERROR_ALREADY_EXISTS},

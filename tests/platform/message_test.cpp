@@ -10,10 +10,7 @@
 
 namespace {
 
-struct Log {
-  std::vector<UINT> messages;
-  std::vector<WPARAM> params;
-};
+struct Log { std::vector<UINT> messages; std::vector<WPARAM> params; };
 
 // Records what reaches it in the Log of its user data; WM_USER + 1 answers
 // 2 * wParam + lParam.

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstring>
 #include <string>
 
 #include "platform/file.h"
@@ -28,7 +27,6 @@ DWORD RunShell(const char* script, const ZqSpawnDescriptor* fds = nullptr, size_
 
 TEST(Spawn, ExitCodeAndHandleSignals) {
   EXPECT_EQ(RunShell("exit 3"), 3u);
-  EXPECT_EQ(RunShell("exit 0"), 0u);
   EXPECT_EQ(RunShell("kill -TERM $$"), ZQ_EXIT_CODE_SIGNALED | SIGTERM);
 }
 
@@ -111,7 +109,6 @@ TEST(Executable, PathIsAbsolute) {
   ASSERT_FALSE(path.empty());
   EXPECT_EQ(path[0], u'/');
   EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
-  EXPECT_NE(GetCurrentProcessId(), 0u);
 }
 
 }  // namespace

@@ -11,11 +11,7 @@
 
 namespace {
 
-struct Info {
-  HRESULT hr;
-  unsigned machine;
-  WORD flags;
-};
+struct Info { HRESULT hr; unsigned machine; WORD flags; };
 
 Info Read(const TempFile& f) {
   Info info{0, 0xDEAD, 0xBEEF};
@@ -24,12 +20,7 @@ Info Read(const TempFile& f) {
 }
 
 TEST(ExecutableInfo, PortableExecutablesGiveMachineAndCharacteristics) {
-  struct Case {
-    const char* name;
-    uint32_t e;
-    uint16_t machine, flags;
-    size_t size;
-  } cases[] = {
+  struct Case { const char* name; uint32_t e; uint16_t machine, flags; size_t size; } cases[] = {
       {"i386 dll", 0x80, 0x14C, 0x2102, 0},
       {"x64 dll (PE32+)", 0xF8, 0x8664, 0x2022, 0},
       {"arm64 program", 0x100, 0xAA64, 0x0022, 0},
@@ -61,10 +52,7 @@ TEST(ExecutableInfo, FilesThatAreNoExecutable) {
   std::vector<unsigned char> text(200, 'a');
   std::vector<unsigned char> truncatedElf = Elf(true, false, 3, 62);
   truncatedElf.resize(40);
-  struct Case {
-    const char* name;
-    std::vector<unsigned char> bytes;
-  } cases[] = {
+  struct Case { const char* name; std::vector<unsigned char> bytes; } cases[] = {
       {"empty", {}},
       {"text", text},
       {"MZ shorter than 64 bytes", shortMz},

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <functional>
+#include <numeric>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -168,12 +169,8 @@ TEST(FaultGuard, FloatingPointStateAfterEachKindOfException) {
     SCOPED_TRACE(c.name);
     ZqSetFloatingPointState(kCaller);
     Probe probe;
-    EXPECT_EQ(c.code, ZqGuarded(
-                          [&] {
-                            ZqSetFloatingPointState(c.foreign);
-                            c.fault();
-                          },
-                          std::ref(probe)));
+    auto body = [&] { ZqSetFloatingPointState(c.foreign), c.fault(); };
+    EXPECT_EQ(c.code, ZqGuarded(body, std::ref(probe)));
     const ZqFloatingPointState after = ZqGetFloatingPointState();
     ZqSetFloatingPointState(saved);
     EXPECT_EQ(c.foreign.mxcsr, probe.context.MxCsr & 0xFFC0u) << "the filter sees the foreign state";
@@ -209,12 +206,7 @@ TEST(FaultGuard, CppExceptionRecordNamesTheThrownTypeAndCannotContinue) {
 // An inner guard inside an outer one, for a fault and a C++ exception, with
 // each of the inner filter's answers that do not continue.
 TEST(FaultGuard, NestedGuardsPassOnOrHideWhatTheInnerFilterSays) {
-  struct Case {
-    bool cpp;
-    LONG innerAnswer, outerAnswer;
-    DWORD outerCode;
-    int outerCalls;
-  } cases[] = {
+  struct Case { bool cpp; LONG innerAnswer, outerAnswer; DWORD outerCode; int outerCalls; } cases[] = {
       {false, EXCEPTION_EXECUTE_HANDLER, EXCEPTION_EXECUTE_HANDLER, 0, 0},
       {true, EXCEPTION_EXECUTE_HANDLER, EXCEPTION_EXECUTE_HANDLER, 0, 0},
       {false, EXCEPTION_CONTINUE_SEARCH, EXCEPTION_EXECUTE_HANDLER, EXCEPTION_ACCESS_VIOLATION, 1},
@@ -227,17 +219,12 @@ TEST(FaultGuard, NestedGuardsPassOnOrHideWhatTheInnerFilterSays) {
     outer.answer = c.outerAnswer;
     bool afterInner = false;
     EXCEPTION_RECORD rec{};
-    EXPECT_EQ(c.outerCode, ZqGuarded(
-                               [&] {
-                                 ZqGuarded(
-                                     [&] {
-                                       if (!c.cpp) WriteBad();
-                                       throw std::runtime_error("thrown");
-                                     },
-                                     std::ref(inner));
-                                 afterInner = true;
-                               },
-                               std::ref(outer), &rec));
+    auto fault = [&] {
+      if (!c.cpp) WriteBad();
+      throw std::runtime_error("thrown");
+    };
+    auto body = [&] { ZqGuarded(fault, std::ref(inner)), afterInner = true; };
+    EXPECT_EQ(c.outerCode, ZqGuarded(body, std::ref(outer), &rec));
     EXPECT_EQ(1, inner.calls);
     EXPECT_EQ(c.outerCalls, outer.calls);
     EXPECT_EQ(c.outerCalls == 0, afterInner);
@@ -263,16 +250,12 @@ TEST(FaultGuard, GuardsWorkInsideAFilterAndAFaultInAFilterGoesOutward) {
   Probe outer;
   int middleFilterCalls = 0;
   EXCEPTION_RECORD rec{};
-  EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, ZqGuarded(
-                                            [&] {
-                                              ZqGuarded([] { IllegalInstruction(); },
-                                                        [&](EXCEPTION_POINTERS*) -> LONG {
-                                                          // Its own guard must not be asked again.
-                                                          if (++middleFilterCalls == 1) WriteBad();
-                                                          return EXCEPTION_EXECUTE_HANDLER;
-                                                        });
-                                            },
-                                            std::ref(outer), &rec));
+  auto middleFilter = [&](EXCEPTION_POINTERS*) -> LONG {
+    if (++middleFilterCalls == 1) WriteBad();  // its own guard must not be asked again
+    return EXCEPTION_EXECUTE_HANDLER;
+  };
+  auto middle = [&] { ZqGuarded([] { IllegalInstruction(); }, middleFilter); };
+  EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, ZqGuarded(middle, std::ref(outer), &rec));
   EXPECT_EQ(1, middleFilterCalls);
   EXPECT_EQ(1, outer.calls);
   EXPECT_EQ(kBadWriteAddress, rec.ExceptionInformation[1]);
@@ -281,16 +264,12 @@ TEST(FaultGuard, GuardsWorkInsideAFilterAndAFaultInAFilterGoesOutward) {
 TEST(FaultGuard, ContinueExecutionResumesWithTheFiltersContext) {
   bool resumed = false;
   int filterCalls = 0;
-  EXPECT_EQ(0u, ZqGuarded(
-                    [&] {
-                      IllegalInstruction();  // ud2 is two bytes long
-                      resumed = true;
-                    },
-                    [&](EXCEPTION_POINTERS* p) -> LONG {
-                      ++filterCalls;
-                      p->ContextRecord->Rip += 2;
-                      return EXCEPTION_CONTINUE_EXECUTION;
-                    }));
+  auto skip = [&](EXCEPTION_POINTERS* p) -> LONG {
+    ++filterCalls;
+    p->ContextRecord->Rip += 2;  // ud2 is two bytes long
+    return EXCEPTION_CONTINUE_EXECUTION;
+  };
+  EXPECT_EQ(0u, ZqGuarded([&] { IllegalInstruction(), resumed = true; }, skip));
   EXPECT_TRUE(resumed);
   EXPECT_EQ(1, filterCalls);
 }
@@ -309,21 +288,10 @@ TEST(FaultGuard, StopCodePassesPluginGuardsToTheThreadGuard) {
                                                                          : EXCEPTION_CONTINUE_SEARCH;
   };
   EXCEPTION_RECORD rec{};
-  EXPECT_EQ(ZQ_EXCEPTION_STOP_WORKER, ZqGuarded(
-                                          [&] {
-                                            ZqGuarded(
-                                                [&] {
-                                                  ZqGuarded(
-                                                      [&] {
-                                                        const ULONG_PTR args[2] = {7, 9};
-                                                        ZqRaiseException(ZQ_EXCEPTION_STOP_WORKER, 0, 2, args);
-                                                        pastRaise = true;
-                                                      },
-                                                      plugin);
-                                                },
-                                                plugin);
-                                          },
-                                          thread, &rec));
+  const ULONG_PTR args[2] = {7, 9};
+  auto raise = [&] { ZqRaiseException(ZQ_EXCEPTION_STOP_WORKER, 0, 2, args), pastRaise = true; };
+  auto inner = [&] { ZqGuarded(raise, plugin); };
+  EXPECT_EQ(ZQ_EXCEPTION_STOP_WORKER, ZqGuarded([&] { ZqGuarded(inner, plugin); }, thread, &rec));
   EXPECT_EQ(2, pluginCalls);
   EXPECT_FALSE(pastRaise);
   ASSERT_EQ(2u, rec.NumberParameters);
@@ -334,22 +302,13 @@ TEST(FaultGuard, StopCodePassesPluginGuardsToTheThreadGuard) {
 TEST(FaultGuard, RaisedExceptionContinuesOnlyWhenContinuableAndKeepsFifteenArguments) {
   int returned = 0;
   auto continueAll = [](EXCEPTION_POINTERS*) { return EXCEPTION_CONTINUE_EXECUTION; };
-  EXPECT_EQ(0u, ZqGuarded(
-                    [&] {
-                      ZqRaiseException(0xE0000002, 0, 0, nullptr);
-                      ++returned;
-                    },
-                    continueAll));
+  EXPECT_EQ(0u, ZqGuarded([&] { ZqRaiseException(0xE0000002, 0, 0, nullptr), ++returned; }, continueAll));
   EXPECT_EQ(1, returned);
   EXCEPTION_RECORD rec{};
   ULONG_PTR args[20];
-  for (int i = 0; i < 20; ++i) args[i] = static_cast<ULONG_PTR>(100 + i);
-  EXPECT_EQ(0xE0000003u, ZqGuarded(
-                             [&] {
-                               ZqRaiseException(0xE0000003, EXCEPTION_NONCONTINUABLE, 20, args);
-                               ++returned;
-                             },
-                             continueAll, &rec));
+  std::iota(args, args + 20, ULONG_PTR{100});
+  auto raise = [&] { ZqRaiseException(0xE0000003, EXCEPTION_NONCONTINUABLE, 20, args), ++returned; };
+  EXPECT_EQ(0xE0000003u, ZqGuarded(raise, continueAll, &rec));
   EXPECT_EQ(1, returned);
   EXPECT_EQ(EXCEPTION_NONCONTINUABLE, rec.ExceptionFlags);
   ASSERT_EQ(EXCEPTION_MAXIMUM_PARAMETERS, rec.NumberParameters);

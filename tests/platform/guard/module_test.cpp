@@ -17,10 +17,7 @@ namespace {
 std::string PluginPath(const char* name) { return std::string(ZQ_PLUGIN_DIR) + "/" + name; }
 std::u16string Wide(const std::string& s) { return ZqUtf8ToUtf16(s); }
 
-struct LoadResult {
-  HMODULE module;
-  DWORD error;
-};
+struct LoadResult { HMODULE module; DWORD error; };
 
 LoadResult Load(const std::string& path) {
   SetLastError(0);
@@ -33,10 +30,7 @@ TEST(ModuleLoader, LoadFailuresMapToThePlatformNumbers) {
   TempFile elf32("elf32.so", Elf(false, false, 3, 3));
   TempFile pe("pe.so", Pe(0x80, 0x8664, 0x2022));
   TempFile empty("empty.so", {});
-  struct Case {
-    std::string path;
-    DWORD error;
-  } cases[] = {
+  struct Case { std::string path; DWORD error; } cases[] = {
       {TempPath("missing.so"), ERROR_MOD_NOT_FOUND},
       {"/no/such/folder/module.so", ERROR_MOD_NOT_FOUND},
       {text.path(), ERROR_BAD_EXE_FORMAT},
@@ -60,17 +54,6 @@ TEST(ModuleLoader, LoadFailuresMapToThePlatformNumbers) {
   EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
   EXPECT_FALSE(FreeLibrary(nullptr));
   EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-}
-
-TEST(ModuleLoader, ModuleWithoutEntryLoadsButHasNoEntryPoint) {
-  const LoadResult r = Load(PluginPath("zqbad_no_entry.so"));
-  ASSERT_NE(nullptr, r.module) << ZqGetLastLoadErrorText();
-  for (const char* name : {"VSTPluginMain", "main"}) {
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(r.module, name)) << name;
-    EXPECT_EQ(ERROR_PROC_NOT_FOUND, GetLastError()) << name;
-  }
-  EXPECT_TRUE(FreeLibrary(r.module));
 }
 
 TEST(ModuleLoader, ExportsAreTheModulesOwnOnly) {
