@@ -19,10 +19,7 @@ std::vector<std::string> Opcodes(const PluginRecord& record, const std::string& 
 }
 
 TEST(EffectLoad, FailuresAnswerTheirStatusAndLeaveNothingLoaded) {
-  const struct {
-    const char* name;
-    HRESULT expected;
-  } cases[] = {
+  const struct { const char* name; HRESULT expected; } cases[] = {
       {"zq_no_such_module", HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)},
       {"zqbad_missing_dep", HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)},
       {"zqbad_no_entry", HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND)},
@@ -72,12 +69,7 @@ TEST(EffectState, SuspendAndResumeFollowTheMainsAndProcessFlags) {
   ASSERT_EQ(effect.hr, S_OK);
   record.Clear();
   constexpr DWORD running = ZQVST_STATE_MAINS_ON | ZQVST_STATE_PROCESS_STARTED;
-  const struct {
-    bool resume;
-    BOOL argument;
-    HRESULT answer;
-    DWORD flags;
-  } steps[] = {
+  const struct { bool resume; BOOL argument; HRESULT answer; DWORD flags; } steps[] = {
       {false, TRUE, S_FALSE, 0},                  // nothing to stop yet
       {true, FALSE, S_OK, running},
       {true, FALSE, S_FALSE, running},            // running already

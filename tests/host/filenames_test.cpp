@@ -17,11 +17,7 @@ TEST(FileNames, FolderOfAPath) {
 }
 
 TEST(FileNames, PresetAndBankNamesGetTheirExtension) {
-  const struct {
-    const char16_t* chosen;
-    const char16_t* extension;
-    const char16_t* saved;
-  } rows[] = {
+  const struct { const char16_t* chosen; const char16_t* extension; const char16_t* saved; } rows[] = {
       {u"a.", u".fxp", u"a.fxp"},           {u"b", u".fxb", u"b.fxb"},
       {u"c.fxp", u".fxp", u"c.fxp"},        {u"/x/D.FxP", u".fxp", u"/x/D.FxP"},  // without regard to case
       {u"e.fxb", u".fxp", u"e.fxb.fxp"},    {u"f.txt", u".fxb", u"f.txt.fxb"},

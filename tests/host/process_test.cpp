@@ -40,11 +40,7 @@ TEST(ProcessAudio, WrongSampleSizeLeavesThePluginUncalled) {
 // the null source of a tail.
 TEST(ProcessAudio, CopyRulesOfEachLayout) {
   using Expect = float (*)(const std::vector<float>& in, int f, int c);
-  const struct {
-    const char* plugin;
-    int source, destination;
-    Expect expect;
-  } rows[] = {
+  const struct { const char* plugin; int source, destination; Expect expect; } rows[] = {
       // out k = 2 * in k, through the stereo fast path
       {"zqtest_2in2out", 2, 2, [](const std::vector<float>& in, int f, int c) { return 2.0f * in[2 * f + c]; }},
       // silence, and the outputs start as the (zero) inputs
@@ -158,10 +154,7 @@ TEST(ProcessAudio, SixteenBitStereoLeavesTheSameBuffersOnEveryProcessorPath) {
   // Per block: the output, and of each channel (inputs 0 and 1, outputs 0
   // and 1) what is defined: the block's frames, and for the first channel of
   // each side also what the clear covers (a quarter of its stride).
-  struct Run {
-    std::vector<std::vector<unsigned char>> outputs;
-    std::vector<std::vector<float>> channels;
-  };
+  struct Run { std::vector<std::vector<unsigned char>> outputs; std::vector<std::vector<float>> channels; };
   auto run = [](const char* plugin, bool narrow, Run* result) {
     const DWORD allowed = ZqSetCPUSupportAllowed(narrow ? ~ZQCPU_AVX2 : ~DWORD{0});
     Loaded effect(plugin);

@@ -9,10 +9,7 @@ using namespace zqtest;
 
 namespace {
 
-struct Installed {
-  const char* path;
-  const char* package;
-};
+struct Installed { const char* path; const char* package; };
 
 constexpr Installed kPlugins[] = {
     {"/usr/lib/lxvst/DragonflyRoomReverb-vst.so", "dragonfly-reverb-vst"},

@@ -77,9 +77,7 @@ class PluginRecord {
   PluginRecord& operator=(const PluginRecord&) = delete;
 
   bool ok() const { return log_ && clear_ && state_; }
-  HMODULE module() const { return module_; }
-  std::string Log() const { return log_ ? log_() : ""; }
-  std::vector<std::string> Lines() const { return SplitLines(Log()); }
+  std::vector<std::string> Lines() const { return SplitLines(log_ ? log_() : ""); }
   void Clear() const {
     if (clear_) clear_();
   }
@@ -97,23 +95,8 @@ class PluginRecord {
   long long (*state_)(int) = nullptr;
 };
 
-// Slots of zqplugin_state.
-enum : int {
-  kStateFlags = 0,
-  kStateSampleRate = 1,
-  kStateBlockSize = 2,
-  kStateMainsOnCount = 3,
-  kStateMainsOffCount = 4,
-  kStateStartCount = 5,
-  kStateStopCount = 6,
-  kStateProcessCount = 7,
-  kStateLastFrames = 8,
-  kStateProgram = 9,
-  kStateArrangementCount = 11,
-  kStateOpenCount = 12,
-  kStateCloseCount = 13,
-  kStatePluginSpecific = 17,
-};
+// Slots of zqplugin_state that the tests read.
+enum : int { kStateProcessCount = 7, kStateProgram = 9, kStatePluginSpecific = 17 };
 
 // A master that records what reaches it and answers GetTime with `time`.
 class RecordingMaster final : public ZqComObject<RecordingMaster, IZqVstMaster> {
@@ -152,11 +135,9 @@ class RecordingMaster final : public ZqComObject<RecordingMaster, IZqVstMaster> 
 };
 
 // Lines of `all` that start with `prefix`.
-inline std::vector<std::string> Matching(const std::vector<std::string>& all, const std::string& prefix) {
-  std::vector<std::string> out;
-  for (const auto& line : all)
-    if (line.compare(0, prefix.size(), prefix) == 0) out.push_back(line);
-  return out;
+inline std::vector<std::string> Matching(std::vector<std::string> all, const std::string& prefix) {
+  std::erase_if(all, [&](const std::string& line) { return line.compare(0, prefix.size(), prefix) != 0; });
+  return all;
 }
 
 }  // namespace zqtest

@@ -200,7 +200,7 @@ TEST(PresetRoundTrip, VersionsUpToThePluginsOwnLoadAndAPlainFileReachesAChunkPlu
 }
 
 // Each damaged file is refused with its status before anything reaches the
-// plug-in.
+// plug-in.  Cut preset files are the next test's.
 struct Damage {
   const char* name;
   const char* plugin;
@@ -218,13 +218,10 @@ const Damage kDamages[] = {
     {"MoreParameters", "zqgain", false, ZQ_E_BAD_FILE, [](Bytes& f) { PutBe(f, 24, 5); }},
     {"ChunkPresetWithoutFlag", "zqgain", false, ZQ_E_BAD_FILE, [](Bytes& f) { std::memcpy(&f[8], "FPCh", 4); }},
     {"ChunkBankWithoutFlag", "zqgain", true, ZQ_E_BAD_FILE, [](Bytes& f) { std::memcpy(&f[8], "FBCh", 4); }},
-    {"TwentyThreeBytes", "zqgain", false, E_UNEXPECTED, [](Bytes& f) { f.resize(23); }},
-    {"ShortParameters", "zqgain", false, E_UNEXPECTED, [](Bytes& f) { f.pop_back(); }},
     {"ShortBankHeader", "zqgain", true, E_UNEXPECTED, [](Bytes& f) { f.resize(155); }},
     {"ZeroPresetChunk", "zqchunk", false, E_UNEXPECTED, [](Bytes& f) { PutBe(f, 56, 0); }},
     {"NegativePresetChunk", "zqchunk", false, E_UNEXPECTED, [](Bytes& f) { PutBe(f, 56, 0x80000000u); }},
     {"ZeroBankChunk", "zqchunk", true, E_UNEXPECTED, [](Bytes& f) { PutBe(f, 156, 0); }},
-    {"ShortPresetChunk", "zqchunk", false, E_UNEXPECTED, [](Bytes& f) { f.pop_back(); }},
     {"HugeBankChunk", "zqchunk", true, E_UNEXPECTED, [](Bytes& f) { PutBe(f, 156, 0x7FFFFFFF); }},
 };
 
