@@ -52,8 +52,4 @@ ZQ_EXTERN_C size_t ZqWriteProcessMemory(DWORD processId, uint64_t address, const
 // descriptor does not exist or may not be reached from here.
 ZQ_EXTERN_C int ZqDuplicateDescriptorFrom(DWORD processId, int fd);
 
-// Waits until `fd` has something to read or its peer has hung up, at most
-// `timeoutMs`.  1 readable, 0 at the limit, -1 hung up or failed.
-ZQ_EXTERN_C int ZqWaitReadable(int fd, DWORD timeoutMs);
-
 #endif  // !_WIN32

@@ -2,9 +2,7 @@
 // memory and descriptors of other processes.
 #include <fcntl.h>
 #include <linux/futex.h>
-#include <poll.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -12,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 
 #include "platform/ipc.h"
 #include "platform/sync.h"
@@ -122,25 +119,4 @@ int ZqDuplicateDescriptorFrom(DWORD processId, int fd) {
   close(pidfd);
   if (copy < 0) ZqSetLastErrorFromErrno(error);
   return copy;
-}
-
-int ZqWaitReadable(int fd, DWORD timeoutMs) {
-  pollfd p{fd, POLLIN, 0};
-  const int timeout = timeoutMs > static_cast<DWORD>(INT_MAX) ? -1 : static_cast<int>(timeoutMs);
-  int r;
-  do {
-    r = poll(&p, 1, timeout);
-  } while (r < 0 && errno == EINTR);
-  if (r < 0) {
-    ZqSetLastErrorFromErrno(errno);
-    return -1;
-  }
-  if (r == 0) return 0;
-  if (p.revents & POLLIN) {
-    // At a hang-up a socket is "readable" too: a look tells the end from data.
-    char c;
-    if (recv(fd, &c, 1, MSG_PEEK | MSG_DONTWAIT) != 0) return 1;
-  }
-  SetLastError(ERROR_BROKEN_PIPE);
-  return -1;
 }

@@ -70,17 +70,4 @@ TEST(OtherProcess, MemoryAndDescriptorsOfThisProcessAsIfForeign) {
   ZqCloseDescriptor(fd);
 }
 
-TEST(WaitReadable, TellsDataFromSilenceAndHangUp) {
-  int pair[2];
-  ASSERT_TRUE(ZqCreateSocketPair(pair));
-  EXPECT_EQ(ZqWaitReadable(pair[0], 0), 0);
-  ASSERT_EQ(ZqSocketSend(pair[1], "x", 1, nullptr, 0), 1);
-  EXPECT_EQ(ZqWaitReadable(pair[0], INFINITE), 1);
-  char c;
-  ASSERT_EQ(ZqSocketReceive(pair[0], &c, 1, nullptr, nullptr, 0), 1);
-  ZqCloseDescriptor(pair[1]);
-  EXPECT_EQ(ZqWaitReadable(pair[0], INFINITE), -1);
-  ZqCloseDescriptor(pair[0]);
-}
-
 }  // namespace

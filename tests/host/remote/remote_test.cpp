@@ -45,7 +45,7 @@ struct ServerFactory {
   }
 };
 
-// A master whose answers a test chooses.
+// A master that counts what reaches it; `onTime` runs inside GetTime.
 class TestMaster final : public ZqComObject<TestMaster, IZqVstMaster> {
  public:
   std::function<void()> onTime;
@@ -60,22 +60,16 @@ class TestMaster final : public ZqComObject<TestMaster, IZqVstMaster> {
     lastValue = value;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE Idle() override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE UpdateDisplay() override { return S_FALSE; }
   HRESULT STDMETHODCALLTYPE GetTime(VstMasterTime* time) override {
     ++times;
     timeThread = GetCurrentThreadId();
-    std::memset(time, 0, sizeof *time);
-    time->samplePos = 4096;
-    time->tempo = 90;
-    time->flags = ZQVST_TIME_TEMPO;
+    *time = VstMasterTime{4096, 4, 4, 90, 0, 0, 0, 0, 0, 0, ZQVST_TIME_TEMPO | ZQVST_TIME_TIMESIG};
     if (onTime) onTime();
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE GetTempoAt(LONGLONG, LONG* tempo) override {
-    *tempo = 900000;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE Idle() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE UpdateDisplay() override { return S_FALSE; }
+  HRESULT STDMETHODCALLTYPE GetTempoAt(LONGLONG, LONG*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE SizeWindow(LONG, LONG) override { return S_OK; }
   HRESULT STDMETHODCALLTYPE BeginEdit(LONG) override { return S_OK; }
   HRESULT STDMETHODCALLTYPE EndEdit(LONG) override { return S_OK; }

@@ -46,8 +46,7 @@ DWORD Zqvst(const std::filesystem::path& folder, std::vector<std::string> args, 
 TEST(ZqvstIsolated, RendersAndDescribesByteForByteAsInProcess) {
   const std::vector<std::vector<std::string>> cases = {
       {"zqdelay", "--signal", "noise", "--seconds", "0.2"},
-      {"zqbiquad", "--format", "s24", "--block", "300", "--seconds", "0.2"},
-      {"zqtest_prober", "--tempo", "97", "--seconds", "0.1"},
+      {"zqbiquad", "--format", "s24", "--block", "300", "--tempo", "97", "--seconds", "0.2"},
   };
   zqtest::TestFolder folder("zqvst_isolated_");
   for (const auto& c : cases) {
