@@ -4,6 +4,7 @@
 #include <string>
 
 #include "aplugins/zqvstwrap/zqvstclasses.h"
+#include "kernel/errorhandler.h"
 #include "kernel/lang.h"
 #include "platform/file.h"
 #include "platform/message.h"
@@ -152,10 +153,11 @@ void ShowText(IZqProgress* progress, UINT id, const WCHAR* argument = nullptr) {
   progress->SetText(text.c_str());
 }
 
-// Until the kernel's error details exist, a kept plug-in is told in the log.
+// A plug-in in use that is no longer installed is told to the user with the
+// next message box of the action, by name.
 void NoteKeptInUse(const VstMapping& m, CLog* log) {
-  ZQVST_CACHE_LOG(log, ZQLOG_WARNING, u"\"%s\" is in use and no longer installed (0x%08X).", m.Name,
-                  static_cast<unsigned>(ZQ_E_PLUGINS_NOT_INSTALLED));
+  ZqErrorHandler_DetailsAddString(ZQ_E_PLUGINS_NOT_INSTALLED, u"%s", m.Name);
+  ZQVST_CACHE_LOG(log, ZQLOG_WARNING, u"\"%s\" is in use and no longer installed.", m.Name);
 }
 
 // --- Lists --------------------------------------------------------------------------
