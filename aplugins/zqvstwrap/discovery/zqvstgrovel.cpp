@@ -11,7 +11,8 @@
 #include "aplugins/zqvstwrap/vst2abi.h"
 #include "kernel/com/object.h"
 #include "kernel/lang.h"
-#include "kernel/paths.h"
+#include "platform/environment.h"
+#include "platform/exeinfo.h"
 #include "platform/file.h"
 #include "platform/message.h"
 #include "platform/sync.h"
@@ -27,11 +28,6 @@ constexpr UINT kWmCancelMode = 0x001F;
 constexpr UINT kWmKeyDown = 0x0100;
 constexpr WPARAM kVkEscape = 0x1B;
 
-#if defined(__aarch64__)
-constexpr UINT kHostMachine = 0xAA64;
-#else
-constexpr UINT kHostMachine = 0x8664;
-#endif
 
 // Bits of a mapping's Flags that a probe decides; the others are kept.
 constexpr DWORD kProbedFlags = VMF_SYNTH | VMF_EFFECT | VMF_SHELL_ITEM | VMF_HAS_EDITOR | VMF_ENABLED |
@@ -45,10 +41,13 @@ void ShowText(IZqProgress* progress, UINT id, const WCHAR* argument) {
   progress->SetText(text.c_str());
 }
 
-const WCHAR* FileNameOf(const WCHAR* path) { return ZqGetFileNamePtrW(path); }
+const WCHAR* FileNameOf(const WCHAR* path) { return ZqVstFileNameOf(path); }
 
 void BaseNameOf(const WCHAR* path, WCHAR* out, int size) {
-  if (ZqGetFileNameWithoutPathOrExtension(path, out, size) <= 0) lstrcpynW(out, FileNameOf(path), size);
+  std::u16string name = FileNameOf(path);
+  const size_t dot = name.find_last_of(u'.');
+  if (dot != std::u16string::npos && dot > 0) name.resize(dot);
+  lstrcpynW(out, name.c_str(), size);
 }
 
 INT FindByName(const tZQLIST* list, const WCHAR* name) {
@@ -207,9 +206,7 @@ struct Walker {
         if (!(m->Flags & VMF_SHELL_ITEM)) break;
       }
     }
-    UINT machine = 0;
-    if ((m->Flags & VMF_BAD_IMAGE) && prober->InProcess() &&
-        SUCCEEDED(ZqGetFileExecutableInfo(candidate.Path, &machine, nullptr)) && machine == kHostMachine) {
+    if ((m->Flags & VMF_BAD_IMAGE) && prober->InProcess() && ZqIsFileLoadableInProcess(candidate.Path)) {
       ZqList_DeleteList(list, at, 1, 0);
       return false;
     }
@@ -433,15 +430,47 @@ BOOL ZqVstPumpCheckCancel() {
   return FALSE;
 }
 
+const WCHAR* ZqVstFileNameOf(const WCHAR* path) {
+  const WCHAR* name = path;
+  for (const WCHAR* p = path; *p; ++p)
+    if (*p == u'/') name = p + 1;
+  return name;
+}
+
+BOOL ZqVstAddSlash(WCHAR* path, int size) {
+  const int length = lstrlenW(path);
+  if (length > 0 && path[length - 1] == u'/') return TRUE;
+  if (length + 2 > size) return FALSE;
+  path[length] = u'/';
+  path[length + 1] = 0;
+  return TRUE;
+}
+
+// The application's state folder: $XDG_STATE_HOME (or ~/.local/state), then
+// "Ostrand/<app>/<major>.<minor>/", made on the way.
 HRESULT ZqVstOpenGrovelLog(const WCHAR* appName, DWORD version, BOOL fresh, CLog* log) {
-  WCHAR path[260];
-  HRESULT hr = ZqGetSpecialFolderVer(path, 260, 28, appName, static_cast<int>(version >> 24),
-                                     static_cast<int>((version >> 16) & 0xFF));
-  if (FAILED(hr)) return hr;
-  ZqAddSlashToPathName(path, 260);
-  if (ZqAppendToPathName(path, 260, u"vst_grovel.log", nullptr) <= 0) return E_FAIL;
-  if (fresh) DeleteFileW(path);
-  return log->Init(path, 0x10007, 0x100000, 0);
+  WCHAR value[260];
+  std::u16string path;
+  DWORD n = GetEnvironmentVariableW(u"XDG_STATE_HOME", value, 260);
+  if (n > 0 && n < 260) {
+    path = value;
+  } else {
+    n = GetEnvironmentVariableW(u"HOME", value, 260);
+    if (n == 0 || n >= 260) return E_FAIL;
+    path = std::u16string(value) + u"/.local/state";
+  }
+  const std::u16string parts[] = {u"Ostrand", appName,
+                                  ZqUtf8ToUtf16(std::to_string(version >> 24) + "." +
+                                                std::to_string((version >> 16) & 0xFF))};
+  CreateDirectoryW(path.c_str(), nullptr);
+  for (const std::u16string& part : parts) {
+    path += u"/" + part;
+    CreateDirectoryW(path.c_str(), nullptr);
+  }
+  path += u"/vst_grovel.log";
+  if (path.size() >= 260) return E_FAIL;
+  if (fresh) DeleteFileW(path.c_str());
+  return log->Init(path.c_str(), 0x10007, 0x100000, 0);
 }
 
 HRESULT ZqVstAddMapping(tZQLIST* list, VstMapping* c) {

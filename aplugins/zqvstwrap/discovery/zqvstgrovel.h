@@ -55,6 +55,11 @@ BOOL ZqVstPumpCheckCancel();
 // `fresh` an existing log is deleted first, so that it tells of one scan.
 HRESULT ZqVstOpenGrovelLog(const WCHAR* appName, DWORD version, BOOL fresh, CLog* log);
 
+// The file name part of a path (behind the last "/").
+const WCHAR* ZqVstFileNameOf(const WCHAR* path);
+// Ends `path` (of `size` characters) in "/"; FALSE when that does not fit.
+BOOL ZqVstAddSlash(WCHAR* path, int size);
+
 // Whether a file name has the module extension (".so", case ignored).
 BOOL ZqVstIsModuleFileName(const WCHAR* name);
 

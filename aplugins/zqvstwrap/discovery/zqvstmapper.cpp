@@ -9,8 +9,8 @@
 #include "kernel/com/taskmem.h"
 #include "kernel/errorhandler.h"
 #include "kernel/lang.h"
-#include "kernel/paths.h"
 #include "platform/environment.h"
+#include "platform/exeinfo.h"
 #include "platform/file.h"
 #include "platform/registry.h"
 #include "platform/text.h"
@@ -18,11 +18,6 @@
 namespace {
 
 constexpr HRESULT ZQ_E_DUPLICATE = ZqMakeStatus(0x8004E0A9);
-#if defined(__aarch64__)
-constexpr UINT kHostMachine = 0xAA64;
-#else
-constexpr UINT kHostMachine = 0x8664;
-#endif
 
 VstSearchPath* FolderAt(const tZQLIST* list, INT i) { return static_cast<VstSearchPath*>(ZqList_ArrayItem(list, i)); }
 
@@ -127,7 +122,7 @@ HRESULT CZqVstWrapFilterMapper::EnterFirstStartFolders() {
   for (int i = 0; i < n; ++i) {
     WCHAR path[260];
     lstrcpynW(path, candidates[i].c_str(), 260);
-    ZqAddSlashToPathName(path, 260);
+    ZqVstAddSlash(path, 260);
     if (!IsDirectory(path)) continue;
     const HRESULT hr = SetSearchPath(GetSearchPathCount(), path, VSP_RECURSE | VSP_EFFECTS);
     if (FAILED(hr) && hr != ZQ_E_DUPLICATE) return hr;
@@ -375,7 +370,7 @@ HRESULT CZqVstWrapFilterMapper::SetSearchPath(INT index, const WCHAR* path, DWOR
   if (!IsDirectory(path)) return E_INVALIDARG;
   VstSearchPath folder{};
   lstrcpynW(folder.Path, path, 260);
-  if (ZqAddSlashToPathName(folder.Path, 260) <= 0) return E_INVALIDARG;
+  if (!ZqVstAddSlash(folder.Path, 260)) return E_INVALIDARG;
   folder.Flags = flags & (VSP_RECURSE | VSP_EFFECTS | VSP_SYNTHS);
   for (INT i = 0; i < count; ++i) {
     const VstSearchPath* held = FolderAt(m_searchPaths, i);
@@ -417,8 +412,7 @@ HRESULT CZqVstWrapFilterMapper::Refresh(IZqProgress* progress, BOOL rescan, BOOL
 
 HRESULT CZqVstWrapFilterMapper::TestLoad(VstMapping* m, DWORD timeLimitMs, IZqProgress* progress) {
   if (!m) return E_POINTER;
-  UINT machine = 0;
-  const bool own = SUCCEEDED(ZqGetFileExecutableInfo(m->Path, &machine, nullptr)) && machine == kHostMachine;
+  const bool own = ZqIsFileLoadableInProcess(m->Path);
   IZqVstEffectFactory* factory = own ? m_factory : m_otherFactory;
   if (!factory) return ZQ_E_COMPONENT;
   const HRESULT status = factory->ProbeEffect(m->Path, m->Properties.uniqueID, m->Name, m->Vendor, m->Product,
@@ -431,11 +425,11 @@ HRESULT CZqVstWrapFilterMapper::TestLoad(VstMapping* m, DWORD timeLimitMs, IZqPr
     CLog log;
     ZqVstOpenGrovelLog(m_appName, m_version, FALSE, &log);
     VstSearchPath folder{};
-    ZqGetPathNameFromFilePath(m->Path, folder.Path, 260);
-    ZqAddSlashToPathName(folder.Path, 260);
+    const WCHAR* fileName = ZqVstFileNameOf(m->Path);
+    lstrcpynW(folder.Path, m->Path, static_cast<int>(fileName - m->Path) + 1);
     folder.Flags = VSP_EFFECTS | VSP_SYNTHS;
     WCHAR mask[260];
-    lstrcpynW(mask, ZqGetFileNamePtrW(m->Path), 260);
+    lstrcpynW(mask, fileName, 260);
     tZQLIST** list = ZqVstCache_Mappings();
     HRESULT hr = ZqVstGrovelFolder(folder, mask, list, progress, &log, timeLimitMs, own, m_productName);
     if (SUCCEEDED(hr)) hr = ZqVstWriteMappings(*list, TRUE, FALSE, progress, &log);
