@@ -5,11 +5,8 @@
 #include "kernel/audio/stereo16.h"
 
 bool ZqAudio_WideStereo16Available() {
-  static const bool present = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-  }();
   // Narrower routines asked for (as when variants are tried against each
   // other) hold for these too.
-  return present && ZqGetCPUSupport(ZQCPU_AVX2) != 0;
+  constexpr DWORD kNeeded = ZQCPU_AVX2 | ZQCPU_AVX512;
+  return ZqGetCPUSupport(kNeeded) == kNeeded;
 }
