@@ -41,39 +41,36 @@ TEST(Streams, CreationIdentityUnofferedOperationsAndRelease) {
     SCOPED_TRACE(k.name);
     EXPECT_EQ(k.make(nullptr), E_INVALIDARG);
     const LONG_PTR before = ZqMemory_GetLiveBlocks();
-    LONG points = ZqForEachAllocFailure(
-        [] { return static_cast<IStream*>(reinterpret_cast<IStream*>(1)); },
-        [&](IStream*& s) { return k.make(&s); },
-        [&](IStream*& s, const ZqFaultRun& run) {
-          if (run.failed) {
-            EXPECT_EQ(run.status, E_OUTOFMEMORY) << "allocation " << run.n;
-            EXPECT_EQ(s, nullptr) << "allocation " << run.n;
-            EXPECT_EQ(ZqMemory_GetLiveBlocks(), before) << "allocation " << run.n;
-            return;
-          }
-          ASSERT_EQ(run.status, S_OK);
-          void* unknown = nullptr;
-          void* stream = nullptr;
-          ASSERT_EQ(s->QueryInterface(IID_IUnknown, &unknown), S_OK);
-          ASSERT_EQ(s->QueryInterface(IID_IStream, &stream), S_OK);
-          EXPECT_EQ(stream, static_cast<void*>(s));
-          EXPECT_EQ(unknown, static_cast<void*>(static_cast<IUnknown*>(s)));
-          void* other = reinterpret_cast<void*>(1);
-          EXPECT_EQ(s->QueryInterface(IID_IPersistStream, &other), E_NOINTERFACE);
-          EXPECT_EQ(other, nullptr);
-          ULARGE_INTEGER any;
-          any.QuadPart = 1;
-          EXPECT_EQ(s->SetSize(any), E_NOTIMPL);
-          EXPECT_EQ(s->CopyTo(nullptr, any, nullptr, nullptr), E_NOTIMPL);
-          EXPECT_EQ(s->Commit(0), E_NOTIMPL);
-          EXPECT_EQ(s->Revert(), E_NOTIMPL);
-          EXPECT_EQ(s->LockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
-          EXPECT_EQ(s->UnlockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
-          static_cast<IUnknown*>(unknown)->Release();
-          static_cast<IUnknown*>(stream)->Release();
-          EXPECT_EQ(s->Release(), 0u);
-          EXPECT_EQ(ZqMemory_GetLiveBlocks(), before) << "the last Release frees all";
-        });
+    auto check = [&](IStream*& s, const ZqFaultRun& run) {
+      SCOPED_TRACE(testing::Message() << "allocation " << run.n);
+      if (run.failed) {
+        EXPECT_EQ(run.status, E_OUTOFMEMORY);
+        EXPECT_EQ(s, nullptr);
+        EXPECT_EQ(ZqMemory_GetLiveBlocks(), before);
+        return;
+      }
+      ASSERT_EQ(run.status, S_OK);
+      void *unknown = nullptr, *stream = nullptr, *other = reinterpret_cast<void*>(1);
+      ASSERT_EQ(s->QueryInterface(IID_IUnknown, &unknown), S_OK);
+      ASSERT_EQ(s->QueryInterface(IID_IStream, &stream), S_OK);
+      EXPECT_EQ(stream, static_cast<void*>(s));
+      EXPECT_EQ(unknown, static_cast<void*>(static_cast<IUnknown*>(s)));
+      EXPECT_EQ(s->QueryInterface(IID_IPersistStream, &other), E_NOINTERFACE);
+      EXPECT_EQ(other, nullptr);
+      ULARGE_INTEGER any{.QuadPart = 1};
+      EXPECT_EQ(s->SetSize(any), E_NOTIMPL);
+      EXPECT_EQ(s->CopyTo(nullptr, any, nullptr, nullptr), E_NOTIMPL);
+      EXPECT_EQ(s->Commit(0), E_NOTIMPL);
+      EXPECT_EQ(s->Revert(), E_NOTIMPL);
+      EXPECT_EQ(s->LockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
+      EXPECT_EQ(s->UnlockRegion(any, any, LOCK_WRITE), E_NOTIMPL);
+      static_cast<IUnknown*>(unknown)->Release();
+      static_cast<IUnknown*>(stream)->Release();
+      EXPECT_EQ(s->Release(), 0u);
+      EXPECT_EQ(ZqMemory_GetLiveBlocks(), before) << "the last Release frees all";
+    };
+    LONG points = ZqForEachAllocFailure([] { return reinterpret_cast<IStream*>(1); },
+                                        [&](IStream*& s) { return k.make(&s); }, check);
     EXPECT_EQ(points, k.allocations);
   }
   EXPECT_TRUE(ZqList_IsListFast(list)) << "the list is the caller's";
