@@ -98,16 +98,19 @@ std::shared_ptr<ZqRemoteConnection> StartServer(const WCHAR* vendor, const WCHAR
     return nullptr;
   }
   ZqRemoteHeader start{};
-  const long long n = ZqSocketReceive(pair[0], &start, sizeof start, nullptr, nullptr, kStartLimitMs);
+  int side = -1;
+  size_t sides = 1;
+  const long long n = ZqSocketReceive(pair[0], &start, sizeof start, &side, &sides, kStartLimitMs);
   if (n != static_cast<long long>(sizeof start) || start.magic != kZqRemoteMagic || start.version != kZqRemoteVersion ||
       start.kind != kZqRemoteStart || FAILED(start.status)) {
     if (n == static_cast<long long>(sizeof start) && start.magic == kZqRemoteMagic && FAILED(start.status)) *status = start.status;
     ZqCloseDescriptor(pair[0]);
+    ZqCloseDescriptor(side);
     CloseHandle(process);
     return nullptr;
   }
   *status = S_OK;
-  return ZqRemoteConnect(pair[0], process);
+  return ZqRemoteConnect(pair[0], process, side);
 }
 
 // Probes in a server of its own, ended at the limit.

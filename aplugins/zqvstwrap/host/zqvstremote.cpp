@@ -160,7 +160,8 @@ thread_local AudioServer* t_audioServer = nullptr;
 
 class ZqRemoteConnection : public std::enable_shared_from_this<ZqRemoteConnection> {
  public:
-  ZqRemoteConnection(int socket, HANDLE process) : m_socket(socket), m_process(process) {}
+  ZqRemoteConnection(int socket, HANDLE process, int sideSocket)
+      : m_main{socket}, m_side{sideSocket}, m_process(process) {}
   ~ZqRemoteConnection();
 
   bool HostSide() const { return m_process != nullptr; }
@@ -203,22 +204,35 @@ class ZqRemoteConnection : public std::enable_shared_from_this<ZqRemoteConnectio
   // interface that crosses).  `iface` 0: found out by QueryInterface.
   uint32_t Export(IUnknown* object, uint16_t iface, uint16_t* kind = nullptr);
   int Run(IUnknown* classObject, HRESULT status, bool (*shouldQuit)());
+  // Host side: serves, on a thread of its own, the calls that come from the
+  // server's other threads (a plug-in's own threads), until the server goes.
+  void ServeSideCalls();
 
  private:
+  // One socket with its receive buffer.
+  struct Channel {
+    int socket = -1;
+    std::vector<uint8_t> buffer = std::vector<uint8_t>(kZqRemoteMaxMessage);
+  };
   struct Exported {
     IUnknown* object = nullptr;  // the interface of `iface`, one reference
     uint16_t iface = 0;
     std::unique_ptr<AudioServer> audio;
   };
-  bool SendMessage(uint16_t kind, uint32_t object, uint16_t iface, uint16_t method, HRESULT status,
-                   const std::vector<uint8_t>& body, int fd);
-  // Receives one message into m_buffer; false when the peer went or the
-  // format broke.  `limitMs` INFINITE or a time limit.
-  bool Receive(ZqRemoteHeader* header, int* fd, DWORD limitMs, bool* timedOut);
-  bool ServeAndAnswer(const ZqRemoteHeader& header, const uint8_t* body, int fd);
+  bool SendMessage(Channel& channel, uint16_t kind, uint32_t object, uint16_t iface, uint16_t method,
+                   HRESULT status, const std::vector<uint8_t>& body, int fd);
+  // Receives one message into the channel's buffer; false when the peer
+  // went or the format broke.  `limitMs` INFINITE or a time limit.
+  bool Receive(Channel& channel, ZqRemoteHeader* header, int* fd, DWORD limitMs, bool* timedOut);
+  bool ServeAndAnswer(Channel& channel, const ZqRemoteHeader& header, const uint8_t* body, int fd);
+  // The call itself on `channel`, serving the peer's calls while it waits.
+  bool CallOn(Channel& channel, uint32_t object, uint16_t iface, uint16_t method, const Writer& body,
+              HRESULT* status, std::vector<uint8_t>* reply, int fd, DWORD limitMs);
   void Unexport(uint32_t id);
 
-  int m_socket;
+  Channel m_main;  // calls of the host, and the server's calls while it serves one
+  Channel m_side;  // server side: calls from the server's other threads, one at a time
+  std::mutex m_sideLock;
   HANDLE m_process;
   std::atomic<bool> m_ended{false};
   std::recursive_mutex m_callLock;
@@ -228,7 +242,6 @@ class ZqRemoteConnection : public std::enable_shared_from_this<ZqRemoteConnectio
   DWORD m_callLimit = INFINITE;
   bool m_brokenFormat = false;
   std::thread::id m_servingThread;
-  std::vector<uint8_t> m_buffer = std::vector<uint8_t>(kZqRemoteMaxMessage);
   friend class AudioServer;
 };
 
@@ -1008,25 +1021,27 @@ ZqRemoteConnection::~ZqRemoteConnection() {
     e.audio.reset();
     if (e.object) e.object->Release();
   }
-  ZqCloseDescriptor(m_socket);
+  ZqCloseDescriptor(m_main.socket);
+  ZqCloseDescriptor(m_side.socket);
   if (m_process) CloseHandle(m_process);
 }
 
-bool ZqRemoteConnection::SendMessage(uint16_t kind, uint32_t object, uint16_t iface, uint16_t method, HRESULT status,
-                                     const std::vector<uint8_t>& body, int fd) {
+bool ZqRemoteConnection::SendMessage(Channel& channel, uint16_t kind, uint32_t object, uint16_t iface,
+                                     uint16_t method, HRESULT status, const std::vector<uint8_t>& body, int fd) {
   if (sizeof(ZqRemoteHeader) + body.size() > kZqRemoteMaxMessage) return false;
   const ZqRemoteHeader h{kZqRemoteMagic, kZqRemoteVersion, kind, object, iface, method, status, uint32_t(body.size())};
   std::vector<uint8_t> message(sizeof h + body.size());
   std::memcpy(message.data(), &h, sizeof h);
   if (!body.empty()) std::memcpy(message.data() + sizeof h, body.data(), body.size());
-  const long long sent = ZqSocketSend(m_socket, message.data(), message.size(), fd >= 0 ? &fd : nullptr, fd >= 0);
+  const long long sent =
+      ZqSocketSend(channel.socket, message.data(), message.size(), fd >= 0 ? &fd : nullptr, fd >= 0);
   return sent == static_cast<long long>(message.size());
 }
 
-bool ZqRemoteConnection::Receive(ZqRemoteHeader* header, int* fd, DWORD limitMs, bool* timedOut) {
+bool ZqRemoteConnection::Receive(Channel& channel, ZqRemoteHeader* header, int* fd, DWORD limitMs, bool* timedOut) {
   int fds[2] = {-1, -1};
   size_t count = 2;
-  const long long n = ZqSocketReceive(m_socket, m_buffer.data(), m_buffer.size(), fds, &count, limitMs);
+  const long long n = ZqSocketReceive(channel.socket, channel.buffer.data(), channel.buffer.size(), fds, &count, limitMs);
   for (size_t i = 1; i < count; ++i) ZqCloseDescriptor(fds[i]);
   *fd = count > 0 ? fds[0] : -1;
   if (n < 0 && GetLastError() == ERROR_TIMEOUT) {
@@ -1035,7 +1050,7 @@ bool ZqRemoteConnection::Receive(ZqRemoteHeader* header, int* fd, DWORD limitMs,
   }
   bool ok = n >= static_cast<long long>(sizeof *header);
   if (ok) {
-    std::memcpy(header, m_buffer.data(), sizeof *header);
+    std::memcpy(header, channel.buffer.data(), sizeof *header);
     ok = header->magic == kZqRemoteMagic && header->version == kZqRemoteVersion &&
          header->size == uint64_t(n) - sizeof *header;
   }
@@ -1055,22 +1070,29 @@ bool ZqRemoteConnection::Call(uint32_t object, uint16_t iface, uint16_t method, 
     if (t_audioServer != nullptr && t_audioServer->Connection() == this)
       return t_audioServer->CallHost(object, iface, method, body, status, reply);
     if (std::this_thread::get_id() != m_servingThread) {
-      *status = E_FAIL;  // a plug-in's own thread: nobody on the host listens
-      return false;
+      // A plug-in's own thread: its calls take turns on the side channel.
+      if (m_side.socket < 0 || Ended()) return false;
+      std::lock_guard<std::mutex> guard(m_sideLock);
+      return CallOn(m_side, object, iface, method, body, status, reply, fd, INFINITE);
     }
   }
   if (Ended()) return false;
   std::lock_guard<std::recursive_mutex> guard(m_callLock);
-  if (!SendMessage(kZqRemoteCall, object, iface, method, 0, body.bytes, fd)) {
+  return CallOn(m_main, object, iface, method, body, status, reply, fd, limitMs ? limitMs : m_callLimit);
+}
+
+bool ZqRemoteConnection::CallOn(Channel& channel, uint32_t object, uint16_t iface, uint16_t method,
+                                const Writer& body, HRESULT* status, std::vector<uint8_t>* reply, int fd,
+                                DWORD limit) {
+  if (!SendMessage(channel, kZqRemoteCall, object, iface, method, 0, body.bytes, fd)) {
     End();
     return false;
   }
-  const DWORD limit = limitMs ? limitMs : m_callLimit;
   for (;;) {
     ZqRemoteHeader h;
     int received = -1;
     bool timedOut = false;
-    if (!Receive(&h, &received, limit, &timedOut)) {
+    if (!Receive(channel, &h, &received, limit, &timedOut)) {
       if (timedOut) {
         Terminate();
         *status = ZQ_E_CANCELLED;
@@ -1080,18 +1102,19 @@ bool ZqRemoteConnection::Call(uint32_t object, uint16_t iface, uint16_t method, 
     }
     if (h.kind == kZqRemoteReply) {
       ZqCloseDescriptor(received);
-      reply->assign(m_buffer.data() + sizeof h, m_buffer.data() + sizeof h + h.size);
+      reply->assign(channel.buffer.data() + sizeof h, channel.buffer.data() + sizeof h + h.size);
       *status = h.status;
       return true;
     }
-    if (h.kind != kZqRemoteCall || !ServeAndAnswer(h, m_buffer.data() + sizeof h, received)) {
+    if (h.kind != kZqRemoteCall || !ServeAndAnswer(channel, h, channel.buffer.data() + sizeof h, received)) {
       End();
       return false;
     }
   }
 }
 
-bool ZqRemoteConnection::ServeAndAnswer(const ZqRemoteHeader& header, const uint8_t* data, int fd) {
+bool ZqRemoteConnection::ServeAndAnswer(Channel& channel, const ZqRemoteHeader& header, const uint8_t* data,
+                                        int fd) {
   // The body is copied: a call made while serving this one reuses the buffer.
   const std::vector<uint8_t> body(data, data + header.size);
   Reader in(body.data(), body.size());
@@ -1099,7 +1122,7 @@ bool ZqRemoteConnection::ServeAndAnswer(const ZqRemoteHeader& header, const uint
   HRESULT status = S_OK;
   const bool ok = Serve(header, in, out, &status, fd >= 0 ? &fd : nullptr, fd >= 0 ? 1 : 0);
   if (!ok) return false;
-  if (!SendMessage(kZqRemoteReply, header.object, header.iface, header.method, status, out.bytes, -1)) {
+  if (!SendMessage(channel, kZqRemoteReply, header.object, header.iface, header.method, status, out.bytes, -1)) {
     End();
     return false;
   }
@@ -1245,14 +1268,19 @@ int ZqRemoteConnection::Run(IUnknown* classObject, HRESULT status, bool (*should
     m_exports[kZqRemoteClassObject].object = static_cast<IUnknown*>(factory);
     m_exports[kZqRemoteClassObject].iface = kZqRemoteFactory;
   }
-  if (!SendMessage(kZqRemoteStart, kZqRemoteClassObject, kZqRemoteFactory, 0, status, {}, -1) || FAILED(status))
-    return 0;
+  // The start message hands the host the other end of the side channel.
+  int side[2] = {-1, -1};
+  if (SUCCEEDED(status) && ZqCreateSocketPair(side)) m_side.socket = side[0];
+  const bool started =
+      SendMessage(m_main, kZqRemoteStart, kZqRemoteClassObject, kZqRemoteFactory, 0, status, {}, side[1]);
+  ZqCloseDescriptor(side[1]);
+  if (!started || FAILED(status)) return 0;
   for (;;) {
     ZqRemoteHeader h;
     int fd = -1;
     bool timedOut = false;
-    if (!Receive(&h, &fd, INFINITE, &timedOut)) return m_brokenFormat ? 1 : 0;
-    if (h.kind != kZqRemoteCall || !ServeAndAnswer(h, m_buffer.data() + sizeof h, fd)) {
+    if (!Receive(m_main, &h, &fd, INFINITE, &timedOut)) return m_brokenFormat ? 1 : 0;
+    if (h.kind != kZqRemoteCall || !ServeAndAnswer(m_main, h, m_main.buffer.data() + sizeof h, fd)) {
       End();
       return 1;
     }
@@ -1262,8 +1290,24 @@ int ZqRemoteConnection::Run(IUnknown* classObject, HRESULT status, bool (*should
 
 // --- The public face ------------------------------------------------------------------
 
-std::shared_ptr<ZqRemoteConnection> ZqRemoteConnect(int socket, HANDLE process) {
-  return std::make_shared<ZqRemoteConnection>(socket, process);
+void ZqRemoteConnection::ServeSideCalls() {
+  for (;;) {
+    ZqRemoteHeader h;
+    int fd = -1;
+    bool timedOut = false;
+    if (!Receive(m_side, &h, &fd, INFINITE, &timedOut)) return;  // the server has gone
+    if (h.kind != kZqRemoteCall || !ServeAndAnswer(m_side, h, m_side.buffer.data() + sizeof h, fd)) {
+      End();
+      return;
+    }
+  }
+}
+
+std::shared_ptr<ZqRemoteConnection> ZqRemoteConnect(int socket, HANDLE process, int sideSocket) {
+  auto connection = std::make_shared<ZqRemoteConnection>(socket, process, sideSocket);
+  // The thread keeps the connection until the server hangs up.
+  if (process != nullptr && sideSocket >= 0) std::thread([connection] { connection->ServeSideCalls(); }).detach();
+  return connection;
 }
 
 HRESULT ZqRemoteGetClassObject(const std::shared_ptr<ZqRemoteConnection>& connection, REFIID riid, void** object) {

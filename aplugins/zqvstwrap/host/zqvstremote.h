@@ -12,10 +12,11 @@
 // Calls are synchronous and re-entrant: a thread that waits for its answer
 // serves the calls that the peer makes meanwhile (a plug-in's request to its
 // host while the host's call runs).  On the host, calls from several
-// threads take turns on the connection.  In the server, calls to the host
-// are answered only from the thread that serves the host's call (the
-// socket's thread, or an effect's audio thread inside ProcessAudio); a
-// plug-in's own threads get E_FAIL.
+// threads take turns on the connection.  In the server, the thread that
+// serves the host's call calls back on the same socket, an effect's audio
+// thread inside ProcessAudio through its shared block, and any other thread
+// (a plug-in's own) on a side channel, one call at a time, which a thread
+// of the host serves.
 //
 // ProcessAudio does not use the socket: each effect shares one sealed
 // memory block with its stub (handed over once, with SCM_RIGHTS, and again
@@ -81,8 +82,10 @@ class ZqRemoteConnection;
 
 // Makes a connection over `socket` (the connection owns it).  `process` is
 // the peer's process handle on the host side (watched for its end; the
-// connection owns it), null in the server.
-std::shared_ptr<ZqRemoteConnection> ZqRemoteConnect(int socket, HANDLE process);
+// connection owns it), null in the server.  `sideSocket` (host side, -1:
+// none) is the side channel the server's start message handed over; a
+// thread of the connection serves it until the server goes.
+std::shared_ptr<ZqRemoteConnection> ZqRemoteConnect(int socket, HANDLE process, int sideSocket = -1);
 
 // Host side: a proxy of the server's class object (kZqRemoteGetClassObject),
 // answering `riid`.  ZQ_E_RPC_CALL_FAILED when the connection has ended.

@@ -50,12 +50,13 @@ class TestMaster final : public ZqComObject<TestMaster, IZqVstMaster> {
  public:
   std::function<void()> onTime;
   std::atomic<int> times{0}, automations{0};
-  std::atomic<DWORD> timeThread{0};
+  std::atomic<DWORD> timeThread{0}, automateThread{0};
   LONG lastIndex = -1;
   float lastValue = 0;
 
   HRESULT STDMETHODCALLTYPE Automate(LONG index, float value) override {
     ++automations;
+    automateThread = GetCurrentThreadId();
     lastIndex = index;
     lastValue = value;
     return S_OK;
@@ -248,6 +249,20 @@ TEST(ThroughTheServer, APluginAsksItsHostDuringProcessingAndIsAnsweredByTheWaiti
   EXPECT_EQ(master->lastValue, 0.25f);
   EXPECT_TRUE(SUCCEEDED(effect->SetMaster(nullptr)));
   EXPECT_EQ(master->RefCount(), 1u) << "the server let go of the master";
+  master->Release();
+}
+
+TEST(ThroughTheServer, APluginsOwnThreadReachesTheHost) {
+  ServerFactory server;
+  ZqComPtr<IZqVstEffect> effect = server.Create("zqtest_ownthread");
+  ASSERT_TRUE(effect);
+  TestMaster* master = new TestMaster();
+  ASSERT_EQ(effect->SetMaster(static_cast<IZqVstMaster*>(master)), S_OK);
+  ASSERT_EQ(effect->SetParameter(0, 0.375f), S_OK);
+  EXPECT_EQ(master->automations.load(), 1);
+  EXPECT_EQ(master->lastValue, 0.375f);
+  EXPECT_NE(master->automateThread.load(), GetCurrentThreadId()) << "answered by the connection's own thread";
+  effect->SetMaster(nullptr);
   master->Release();
 }
 
