@@ -38,6 +38,15 @@ tZQLIST* List(const std::vector<VstMapping>& mappings) {
   return list;
 }
 
+tZQLIST* Folders(std::initializer_list<VstSearchPath> folders) {
+  tZQLIST* list = nullptr;
+  ZqList_CreateExZ(&list, sizeof(VstSearchPath), 0, 0, ZQLIST_ARRAY, 0, 0, 0);
+  for (const VstSearchPath& f : folders) ZqList_InsertList(list, -1, &f, 1);
+  return list;
+}
+
+VstSearchPath* FolderAt(const tZQLIST* list, INT i) { return static_cast<VstSearchPath*>(ZqList_ArrayItem(list, i)); }
+
 std::vector<std::u16string> Names(const tZQLIST* list) {
   std::vector<std::u16string> names;
   for (INT i = 0; i < list->count; ++i) names.emplace_back(ZqVstMappingAt(list, i)->Name);
@@ -78,23 +87,17 @@ class MemoryHostCache final : public IVstHostCache {
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
   ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
-  HRESULT STDMETHODCALLTYPE GetSearchPath(DWORD i, WCHAR* path, DWORD size, DWORD* r, DWORD* e, DWORD* s,
-                                          BYTE* sums) override {
+  HRESULT STDMETHODCALLTYPE GetSearchPath(DWORD i, WCHAR* p, DWORD n, DWORD* r, DWORD* e, DWORD* s, BYTE*) override {
     if (i > 0 || folder.empty()) return S_FALSE;
-    lstrcpynW(path, folder.c_str(), static_cast<int>(size));
-    *r = *e = 2, *s = static_cast<DWORD>(synths);
-    std::memset(sums, 0xFF, 16);
-    return S_OK;
+    return lstrcpynW(p, folder.c_str(), int(n)), *r = *e = 2, *s = DWORD(synths), S_OK;
   }
-  HRESULT STDMETHODCALLTYPE AddSearchPath(DWORD*, const WCHAR* path, LONG, LONG, LONG s, const BYTE*) override {
-    folder = path, synths = s;
-    return S_OK;
+  HRESULT STDMETHODCALLTYPE AddSearchPath(DWORD*, const WCHAR* p, LONG, LONG, LONG s, const BYTE*) override {
+    return folder = p, synths = s, S_OK;
   }
   HRESULT STDMETHODCALLTYPE Unused3() override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE BeginMappings(DWORD kind) override { return kinds.push_back(kind), S_OK; }
   HRESULT STDMETHODCALLTYPE GetMapping(DWORD i, VstHostCacheItem* item) override {
-    if (i >= items.size()) return S_FALSE;
-    return *item = items[i], S_OK;
+    return i < items.size() ? (*item = items[i], S_OK) : S_FALSE;
   }
   HRESULT STDMETHODCALLTYPE Unused6() override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE PutMapping(const VstHostCacheItem* item) override {
@@ -104,14 +107,11 @@ class MemoryHostCache final : public IVstHostCache {
   HRESULT STDMETHODCALLTYPE RemoveMapping(const VstHostCacheItem* item) override {
     return removed.push_back(item->Clsid), S_OK;
   }
-  HRESULT STDMETHODCALLTYPE InitMappingItem(REFCLSID clsid, VstHostCacheItem* item) override {
-    item->Clsid = clsid;
-    item->Capabilities = 0xFFFF0000u;  // the host's own bits
-    return S_OK;
+  HRESULT STDMETHODCALLTYPE InitMappingItem(REFCLSID id, VstHostCacheItem* item) override {
+    return item->Clsid = id, item->Capabilities = 0xFFFF0000u, S_OK;  // the host's own bits
   }
-  HRESULT STDMETHODCALLTYPE SetMappingLoaded(REFCLSID clsid, LONG yes) override {
-    if (yes == -1) loaded.push_back(clsid);
-    return S_OK;
+  HRESULT STDMETHODCALLTYPE SetMappingLoaded(REFCLSID id, LONG yes) override {
+    return yes == -1 ? loaded.push_back(id) : void(), S_OK;
   }
 };
 
@@ -139,24 +139,36 @@ class Cache : public ::testing::Test {
   MemoryHostCache host_;  // outlives TearDown, which lets it go
 };
 
-TEST_F(Cache, TheStoredTreeHasTheLayoutsNamesTypesAndSizes) {
-  const VstMapping m = Mapping(0x5A71, u"gain.so", u"Gain");
-  ASSERT_EQ(RoundTrip({m}), S_OK);
+// Folders come in the store's key order, "Path 12" before "Path 2", and are
+// written back numbered from 1; every value has its name, type and size.
+TEST_F(Cache, TheStoredTreeHasItsOrderNamesTypesAndSizes) {
   tZQLIST* folders = nullptr;
-  ZqList_CreateExZ(&folders, sizeof(VstSearchPath), 0, 0, ZQLIST_ARRAY, 0, 0, 0);
-  VstSearchPath folder{u"/vst/", 3, {1, 2, 3, 4}, 1};
-  ZqList_InsertList(folders, -1, &folder, 1);
+  EXPECT_EQ(ZqVstReadSearchPaths(&folders), S_FALSE) << "never written: the first start";
+  EXPECT_EQ(folders->count, 0);
+  ZqList_Destroy(folders);
+  for (const std::u16string n : {u"2", u"12"}) {
+    const std::u16string key = std::u16string(kKey) + u"\\SearchPaths\\Path " + n, path = u"/f" + n + u"/";
+    const DWORD flags = 3, sums[4] = {};
+    Store(key, u"Path", REG_SZ, path.c_str(), (path.size() + 1) * 2);
+    Store(key, u"Flags", REG_DWORD, &flags, 4);
+    Store(key, u"CheckSum", REG_BINARY, sums, 16);
+  }
+  ASSERT_EQ(ZqVstReadSearchPaths(&folders), S_OK);
+  ASSERT_EQ(folders->count, 2);
+  EXPECT_EQ(std::u16string(FolderAt(folders, 0)->Path), u"/f12/");
   ASSERT_EQ(ZqVstWriteSearchPaths(folders, TRUE, nullptr, nullptr), S_OK);
   ZqList_Destroy(folders);
+  const VstMapping m = Mapping(0x5A71, u"gain.so", u"Gain");
+  ASSERT_EQ(RoundTrip({m}), S_OK);
   const std::u16string path = std::u16string(kKey) + u"\\SearchPaths\\Path 1", map = KeyOf(m.Clsid);
   const struct {
     const std::u16string& key;
     const char16_t* value;
     DWORD type, size;
   } cases[] = {
-      {path, u"Path", REG_SZ, 12},           {path, u"Flags", REG_DWORD, 4},        {path, u"CheckSum", REG_BINARY, 16},
-      {map, u"Path", REG_SZ, 26},            {map, u"Name", REG_SZ, 10},            {map, u"Product", REG_SZ, 16},
-      {map, u"Properties", REG_BINARY, 36},  {map, u"FileTime", REG_BINARY, 8},     {map, u"UserFlags", REG_DWORD, 4},
+      {path, u"Path", REG_SZ, 12},          {path, u"Flags", REG_DWORD, 4},    {path, u"CheckSum", REG_BINARY, 16},
+      {map, u"Path", REG_SZ, 26},           {map, u"Name", REG_SZ, 10},        {map, u"Product", REG_SZ, 16},
+      {map, u"Properties", REG_BINARY, 36}, {map, u"FileTime", REG_BINARY, 8}, {map, u"UserFlags", REG_DWORD, 4},
       {map, u"State", 0, 0},
   };
   for (const auto& c : cases) EXPECT_EQ(Stored(c.key, c.value), std::make_pair(c.type, c.size)) << c.size;
@@ -171,25 +183,6 @@ TEST_F(Cache, AReadGivesBackEveryStoredFieldSortedAndKeepsWhatIsLoaded) {
   ASSERT_EQ(ZqVstReadMappings(&list_, TRUE, FALSE), S_OK);
   EXPECT_EQ(At(0)->State, VMS_STALE | VMS_LOADED);
   EXPECT_EQ(At(1)->State, VMS_STALE);
-}
-
-// The order of the folders is the store's: "Path 12" before "Path 2".
-TEST_F(Cache, FoldersComeInTheStoresKeyOrder) {
-  tZQLIST* folders = nullptr;
-  EXPECT_EQ(ZqVstReadSearchPaths(&folders), S_FALSE) << "never written: the first start";
-  EXPECT_EQ(folders->count, 0);
-  ZqList_Destroy(folders);
-  for (const std::u16string n : {u"2", u"12"}) {
-    const std::u16string key = std::u16string(kKey) + u"\\SearchPaths\\Path " + n, path = u"/f" + n + u"/";
-    const DWORD flags = 3, sums[4] = {};
-    Store(key, u"Path", REG_SZ, path.c_str(), (path.size() + 1) * 2);
-    Store(key, u"Flags", REG_DWORD, &flags, 4);
-    Store(key, u"CheckSum", REG_BINARY, sums, 16);
-  }
-  ASSERT_EQ(ZqVstReadSearchPaths(&folders), S_OK);
-  ASSERT_EQ(folders->count, 2);
-  EXPECT_EQ(std::u16string(static_cast<VstSearchPath*>(ZqList_ArrayItem(folders, 0))->Path), u"/f12/");
-  ZqList_Destroy(folders);
 }
 
 // A damaged key is dropped alone, and is gone from the store after the next
@@ -305,21 +298,17 @@ TEST_F(Cache, FolderSumsWrapWordByWord) {
     std::vector<DWORD> sums;
   } cases[] = {{VSP_EFFECTS, {0xE0000002, 0x03A40000, 20, 0}},
                {VSP_EFFECTS | VSP_RECURSE, {0xD0000003, 0x05760000, 30, 0}}};
-  tZQLIST* current = nullptr;
-  tZQLIST* stored = nullptr;
-  ZqList_CreateExZ(&current, sizeof(VstSearchPath), 0, 0, ZQLIST_ARRAY, 0, 0, 0);
-  ZqList_CreateExZ(&stored, sizeof(VstSearchPath), 0, 0, ZQLIST_ARRAY, 0, 0, 0);
   for (const auto& c : cases) {
     now.Flags = c.flags;
     ASSERT_EQ(ZqVstComputeCheckSum(&now, nullptr), S_OK);
     EXPECT_EQ(std::vector<DWORD>(now.CheckSum, now.CheckSum + 4), c.sums);
   }
-  ZqList_InsertList(current, -1, &now, 1);
-  ZqList_InsertList(stored, -1, &now, 1);
+  tZQLIST* current = Folders({now});
+  tZQLIST* stored = Folders({now});
   EXPECT_FALSE(ZqVstSearchPathsChanged(current, stored));
-  static_cast<VstSearchPath*>(ZqList_ArrayItem(stored, 0))->CheckSum[1] += 1;
+  FolderAt(stored, 0)->CheckSum[1] += 1;
   EXPECT_TRUE(ZqVstSearchPathsChanged(current, stored));
-  EXPECT_EQ(static_cast<VstSearchPath*>(ZqList_ArrayItem(current, 0))->Found, 0u);
+  EXPECT_EQ(FolderAt(current, 0)->Found, 0u);
   ZqList_Destroy(current);
   ZqList_Destroy(stored);
 }
@@ -370,7 +359,7 @@ TEST(HostCacheItem, KindsFlagsAndPropertiesComeBackWithTheirLosses) {
 
 TEST_F(Cache, AHostCacheTakesEveryReadAndWriteAndLeavesTheStoreAlone) {
   MemoryHostCache& host = host_;
-  Bind(&host);
+  Bind(&host);  // the last binding decides
   VstMapping gone = Mapping(2, u"gone.so", u"Gone");
   gone.State = VMS_STALE;
   list_ = List({Mapping(1, u"a.so", u"A"), gone});
@@ -390,14 +379,11 @@ TEST_F(Cache, AHostCacheTakesEveryReadAndWriteAndLeavesTheStoreAlone) {
   EXPECT_EQ(host.partials[0].FieldMask, VHC_MASK_ITEM | VHC_MASK_NAME | VHC_MASK_FLAGS);
   EXPECT_EQ(host.partials[0].Capabilities, 0xFFFF0000u | VHC_CAP_SHELL_ITEM);
 
-  tZQLIST* folders = nullptr;
-  ZqList_CreateExZ(&folders, sizeof(VstSearchPath), 0, 0, ZQLIST_ARRAY, 0, 0, 0);
-  VstSearchPath folder{u"/vst/", VSP_SYNTHS | 0x10, {}, 0};
-  ZqList_InsertList(folders, -1, &folder, 1);
+  tZQLIST* folders = Folders({{u"/vst/", VSP_SYNTHS | 0x10, {}, 0}});
   ASSERT_EQ(ZqVstWriteSearchPaths(folders, FALSE, nullptr, nullptr), S_OK);
   ZqList_Destroy(folders);
   ASSERT_EQ(ZqVstReadSearchPaths(&folders), S_OK);
-  EXPECT_EQ(static_cast<VstSearchPath*>(ZqList_ArrayItem(folders, 0))->Flags, VSP_SYNTHS);
+  EXPECT_EQ(FolderAt(folders, 0)->Flags, VSP_SYNTHS) << "the host's words count by their low bit";
   ZqList_Destroy(folders);
   HKEY key = nullptr;
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
