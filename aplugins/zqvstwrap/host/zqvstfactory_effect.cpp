@@ -261,8 +261,11 @@ std::u16string ZqVstFindServer() {
   WCHAR module[4096];
   const DWORD length = self ? GetModuleFileNameW(self, module, 4096) : 0;
   if (length > 0 && length < 4096) {
-    const std::u16string candidate = ZqVstFolderOf(std::u16string(module, length)) + u"zqvstserver";
-    if (IsFile(candidate)) return candidate;
+    // Installed, the server is next to the library; in the build tree the
+    // library sits in lib/ and the programs in bin/.
+    const std::u16string folder = ZqVstFolderOf(std::u16string(module, length));
+    for (const char16_t* candidate : {u"zqvstserver", u"../bin/zqvstserver"})
+      if (IsFile(folder + candidate)) return folder + candidate;
   }
   const std::u16string programFolder = ZqVstFolderOf(ZqGetExecutablePath());
   return programFolder.empty() ? std::u16string() : programFolder + u"zqvstserver";

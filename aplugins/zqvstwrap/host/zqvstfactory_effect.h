@@ -73,8 +73,8 @@ ZQ_EXPORT HRESULT ZqVstCreateEffectInChosenProcess(const WCHAR* path, LONG id, R
 ZQ_API void ZqVstSetIsolation(BOOL always);
 ZQ_API BOOL ZqVstGetIsolation();
 // The server program: $ZQ_SERVER_PATH when set, otherwise "zqvstserver" in
-// the folder of the library when it is there, otherwise in the folder of
-// the running program.
+// the folder of the library (or in ../bin from there, the build tree's
+// layout) when it is there, otherwise in the folder of the running program.
 std::u16string ZqVstFindServer();
 // Ends the server with process id `processId` that this host started (for
 // tests and for a host that gives up on a server).  S_FALSE when there is
