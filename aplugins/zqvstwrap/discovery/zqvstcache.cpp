@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "aplugins/zqvstwrap/discovery/zqvstgrovel.h"
 #include "aplugins/zqvstwrap/zqvstclasses.h"
 #include "kernel/errorhandler.h"
 #include "kernel/lang.h"
@@ -571,7 +572,8 @@ HRESULT ZqVstWriteMappings(tZQLIST* list, BOOL purge, BOOL flush, IZqProgress* p
   VstHostCacheItem item;
   for (INT i = (list ? list->count : 0) - 1; i >= 0; --i) {
     VstMapping* m = ZqVstMappingAt(list, i);
-    if (host) DispatchWaitingMessages();
+    // The host's cache may be slow; its window stays alive meanwhile.
+    if (host) ZqVstPumpCheckCancel();
     if (purge && (m->State & VMS_STALE)) {
       if (m->State & VMS_LOADED) {
         NoteKeptInUse(*m, log);
