@@ -144,7 +144,7 @@ TEST(GrovelChild, Scan) {
   EXPECT_EQ(Scan(mapper.Get(), GROVEL_FORCE), S_OK);
 }
 
-TEST(Grovel, DISABLED_EveryModuleOfTheZooGetsAnEntryAndTheHostLives) {
+TEST(Grovel, EveryModuleOfTheZooGetsAnEntryAndTheHostLives) {
   const fs::path zoo = Zoo();
   ZqComPtr<IVstFilterMapper> mapper = NewMapper(zoo);
   ASSERT_EQ(Scan(mapper.Get()), S_OK);
@@ -170,36 +170,34 @@ TEST(Grovel, DISABLED_EveryModuleOfTheZooGetsAnEntryAndTheHostLives) {
   Progress progress(-1, -1);
   ASSERT_EQ(again->Grovel(filters.Put(), 0, &progress, kLimitMs, nullptr), S_OK);
   EXPECT_EQ(ZqVstProbeServer::RequestCount(), loads);
-  ULONG fetched = 0;
-  VstFilterInfo* info[64] = {};
-  EXPECT_EQ(filters->Next(64, info, &fetched), S_FALSE);
-  EXPECT_GT(fetched, 3u);
-  for (ULONG i = 0; i < fetched; ++i) CoTaskMemFree(info[i]);
+  ULONG offered = 0;
+  HRESULT hr = S_OK;
+  while (hr == S_OK) {
+    VstFilterInfo* info[64] = {};
+    ULONG fetched = 0;
+    hr = filters->Next(64, info, &fetched);
+    offered += fetched;
+    for (ULONG i = 0; i < fetched; ++i) CoTaskMemFree(info[i]);
+  }
+  EXPECT_EQ(hr, S_FALSE);
+  EXPECT_GT(offered, 3u);
 }
 
-TEST(Grovel, DISABLED_ShellsListEachIdOnceAndEndlessShellsAreCut) {
+TEST(Grovel, ShellsListEachIdOnceAndEndlessShellsAreCut) {
   const struct {
-    const char* variable;
-    int items;  // -1: as without the variable
-  } kCases[] = {{"ZQTEST_SHELL_REPEAT", -1}, {"ZQTEST_SHELL_ENDLESS", kZqVstMaxShellItems}};
-  const fs::path folder = NewFolder("shell");
-  Copy("zqtest_shell.so", folder / "zqtest_shell.so");
-  int plain = 0;
-  {
-    ZqComPtr<IVstFilterMapper> mapper = NewMapper(folder);
-    ASSERT_EQ(Scan(mapper.Get(), GROVEL_RESCAN), S_OK);
-    while (Find(mapper.Get(), folder / "zqtest_shell.so", plain)) ++plain;
-    ASSERT_GT(plain, 1);
-  }
+    const char* plugin;
+    int items;
+  } kCases[] = {{"zqtest_shell_repeat.so", 2}, {"zqtest_shell_endless.so", kZqVstMaxShellItems - 1}};
+  // The round that opens the container counts as one of the items.
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.variable);
-    setenv(c.variable, "1", 1);
+    SCOPED_TRACE(c.plugin);
+    const fs::path folder = NewFolder(c.plugin);
+    Copy(c.plugin, folder / c.plugin);
     ZqComPtr<IVstFilterMapper> mapper = NewMapper(folder);
-    EXPECT_EQ(Scan(mapper.Get(), GROVEL_RESCAN), S_OK);
-    unsetenv(c.variable);
+    EXPECT_EQ(Scan(mapper.Get()), S_OK);
     int items = 0;
-    while (Find(mapper.Get(), folder / "zqtest_shell.so", items)) ++items;
-    EXPECT_EQ(items, c.items < 0 ? plain : c.items);
+    while (Find(mapper.Get(), folder / c.plugin, items)) ++items;
+    EXPECT_EQ(items, c.items);
   }
 }
 

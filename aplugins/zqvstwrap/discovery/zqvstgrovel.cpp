@@ -168,7 +168,7 @@ struct Walker {
   std::atomic<LONG>* cancel;
   IZqProgress* progress;
   CLog* log;
-  DWORD timeLimit;  // becomes -1 once a shell was opened
+  DWORD timeLimit;
 
   // The cancel flag, then the sink; S_OK to go on.
   HRESULT CheckCancel() {
@@ -236,6 +236,7 @@ struct Walker {
     bool shellOpen = false;
     WCHAR shellName[64] = {};
     int items = 0;
+    DWORD limit = timeLimit;
     HRESULT status = S_OK;
     for (int round = 0;; ++round) {
       if (round > 0 && FAILED(status = CheckCancel())) break;
@@ -244,7 +245,7 @@ struct Walker {
         status = ZQ_E_SERVER_GONE;
         break;
       }
-      status = prober->Probe(c.Path, id, &c, timeLimit);
+      status = prober->Probe(c.Path, id, &c, limit);
       const LONG effectFlags = c.Properties.flags;
       c.Flags &= ~kProbedFlags;
       if (effectFlags & effFlagsIsSynth) c.Flags |= VMF_SYNTH;
@@ -266,7 +267,10 @@ struct Walker {
           } else {
             shellOpen = true;
             prober->NextShell(&id, shellName);
-            timeLimit = static_cast<DWORD>(-1);
+            // A shell's sub-plug-ins run without a limit: the shell is open
+            // already and answered.  The modules after it keep theirs, so
+            // that a hang behind a shell still cannot stop the scan.
+            limit = static_cast<DWORD>(-1);
             if (id == 0 || ++items >= kZqVstMaxShellItems) break;
             continue;
           }
