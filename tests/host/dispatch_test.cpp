@@ -3,7 +3,7 @@
 // the trace formats and opcode names.
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "aplugins/zqvstwrap/host/zqvstdispatch.h"
 #include "platform/file.h"
@@ -145,9 +145,7 @@ TEST(Trace, EffectWithALogWritesDispatchesFaultsAndCallbacks) {
   }
   unsetenv("ZQBAD_FAULT_OPCODE");
   std::ifstream in(path);
-  std::stringstream all;
-  all << in.rdbuf();
-  const std::string text = all.str();
+  const std::string text{std::istreambuf_iterator<char>(in), {}};
   EXPECT_THAT(text, HasSubstr("WARN    zqvsteffect("));
   EXPECT_THAT(text, HasSubstr("EXCEPTION from VstDispatch(effGetVendorString, index=0, value=0, ptr=\"\", "
                               "opt=0.000000) returned (-1)\n"));

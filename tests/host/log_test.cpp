@@ -2,7 +2,7 @@
 // interleave.
 #include <fstream>
 #include <regex>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 #include "kernel/log.h"
@@ -28,11 +28,8 @@ class LogTest : public ::testing::Test {
   }
   static std::string Read(const std::string& path) {
     std::ifstream in(path);
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
+    return {std::istreambuf_iterator<char>(in), {}};
   }
-  static std::vector<std::string> Lines(const std::string& text) { return SplitLines(text); }
 
   std::string path_;
   std::u16string wide_;
@@ -62,7 +59,7 @@ TEST_F(LogTest, LevelsTagsAndLineParts) {
               S_OK);
     EXPECT_EQ(log.Write(ZQLOG_ERROR | ZQLOG_INFO, u"x", 1, u"odd"), S_OK);
   }
-  const auto lines = Lines(Read(path_));
+  const auto lines = SplitLines(Read(path_));
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(WARN \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2} w 42 wide \xc3\xa9 narrow Z   2.2%)")))
       << lines[0];
@@ -103,14 +100,14 @@ TEST_F(LogTest, RotationKeepsOneGenerationAndReopenedLogsAppend) {
   for (int i = 0; i < 99; ++i) log.Write(ZQLOG_INFO, nullptr, 0, u"%05d", i);
   EXPECT_EQ(Read(path_ + ".previous"), "");
   log.Write(ZQLOG_INFO, nullptr, 0, u"turn");
-  const auto turned = Lines(Read(path_ + ".previous"));
+  const auto turned = SplitLines(Read(path_ + ".previous"));
   ASSERT_EQ(turned.size(), 100u);
   EXPECT_EQ(turned.front(), "INFOfirst");
   EXPECT_EQ(Read(path_), "INFOturn\n");
   for (int i = 0; i < 250; ++i) log.Write(ZQLOG_INFO, nullptr, 0, u"%05d", i);
   log.Shutdown();
   // One generation only, whatever was turned before it.
-  const auto previous = Lines(Read(path_ + ".previous"));
+  const auto previous = SplitLines(Read(path_ + ".previous"));
   ASSERT_FALSE(previous.empty());
   EXPECT_NE(previous.front(), "INFOturn");
 }
@@ -126,7 +123,7 @@ TEST_F(LogTest, LinesFromSeveralThreadsNeverInterleave) {
   a.join();
   b.join();
   log.Shutdown();
-  const auto lines = Lines(Read(path_));
+  const auto lines = SplitLines(Read(path_));
   ASSERT_EQ(lines.size(), 400u);
   for (const auto& line : lines) {
     ASSERT_EQ(line.size(), 204u);
