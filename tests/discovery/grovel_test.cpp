@@ -263,7 +263,7 @@ TEST(Grovel, AScanKilledAtAnyMomentLeavesAStoreTheNextScanCompletes) {
     EXPECT_NE(Find(mapper.Get(), folder / plugin), nullptr) << plugin;
 }
 
-TEST(Grovel, DISABLED_TwoProcessesScanningAtOnceLeaveAConsistentStore) {
+TEST(Grovel, TwoProcessesScanningAtOnceLeaveAConsistentStore) {
   const fs::path folder = NewFolder("twice");
   for (const char* plugin : {"zqgain.so", "zqdelay.so", "zqchunk.so", "zqtest_synth.so"})
     Copy(plugin, folder / plugin);
