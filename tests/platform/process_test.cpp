@@ -104,11 +104,4 @@ TEST(SocketPairs, MessagesKeepBoundariesAndCarryDescriptors) {
   for (int fd : {pair[1], inner[0], inner[1], got[0]}) ZqCloseDescriptor(fd);
 }
 
-TEST(Executable, PathIsAbsolute) {
-  const std::u16string path = ZqGetExecutablePath();
-  ASSERT_FALSE(path.empty());
-  EXPECT_EQ(path[0], u'/');
-  EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
-}
-
 }  // namespace
