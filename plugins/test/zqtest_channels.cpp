@@ -63,7 +63,7 @@ Recorded& Arrangements() {
   return recorded;
 }
 
-VstSpeakerArrangement* Slot(int which) {
+[[maybe_unused]] VstSpeakerArrangement* Slot(int which) {
   return reinterpret_cast<VstSpeakerArrangement*>(Arrangements().bytes[which]);
 }
 
