@@ -9,10 +9,12 @@
 // last-level cache, so no iteration finds its data cached by the one before.
 // Run with --benchmark_enable_random_interleaving=true on a busy machine.
 //
-// The flat copy routines (the copy family, one 512-frame stereo block) are
-// measured against libswresample's packed conversion of the same block in
-// the same loop, each iteration timing a batch of both; the counter x_swr is
-// the time of libswresample's best batch over that of ours.
+// The flat copy routines (the copy family on one 512-frame stereo block: one
+// call for the interleaved stream, or one call per channel plane, and with a
+// gain of 0.5) are measured against libswresample's packed conversion of the
+// same block in the same loop, each iteration timing a batch of both, in
+// every processor variant the machine has; the counter x_swr is the time of
+// libswresample's best batch over that of ours.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -199,8 +201,8 @@ enum class FlatMode { kInterleaved, kPerChannel };
 constexpr size_t kFlatFrames = 512;
 constexpr int kFlatBatch = 32;  // calls between two readings of the clock
 
-// A buffer of `bytes` holding samples of `type` in the usual range (floats
-// in [-1.1, 1.1], integers spread over their range).
+// `samples` samples of `type`: floats in [-1.1, 1.1], so some beyond full
+// scale, integers spread over their range.
 std::vector<uint8_t> FlatData(ZQSAMPLETYPE type, size_t samples) {
   const int bytes = ZqAudio_BytesFromSampleType(type);
   std::vector<uint8_t> v(samples * size_t(bytes) + 64);
@@ -245,8 +247,8 @@ void RunFlat(benchmark::State& state, const FlatPair& p, FlatMode mode, float ga
   state.SetLabel(ZqAudio_GetRoutineName(reinterpret_cast<const void*>(f)));
   const size_t samples = 2 * kFlatFrames;
   const std::vector<uint8_t> zqIn = FlatData(p.src, samples);
-  const std::vector<uint8_t> swrIn = FlatData(p.swrSrc == AV_SAMPLE_FMT_FLT ? 32 : p.swrSrc == AV_SAMPLE_FMT_S16 ? 17 : 19,
-                                              samples);
+  const ZQSAMPLETYPE swrType = p.swrSrc == AV_SAMPLE_FMT_FLT ? 32 : p.swrSrc == AV_SAMPLE_FMT_S16 ? 17 : 19;
+  const std::vector<uint8_t> swrIn = FlatData(swrType, samples);
   std::vector<uint8_t> zqOut(samples * 8 + 64), swrOut(samples * 8 + 64);
   const size_t inPlane = kFlatFrames * size_t(ZqAudio_BytesFromSampleType(p.src));
   const size_t outPlane = kFlatFrames * size_t(ZqAudio_BytesFromSampleType(p.dst));

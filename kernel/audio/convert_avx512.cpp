@@ -52,7 +52,9 @@ struct Avx512 {
   // The first `n` of sixteen lanes (n at most 16).
   static __mmask16 Lanes(size_t n) { return __mmask16((1u << n) - 1u); }
   // The bytes of the first `n` of sixteen packed 24-bit samples.
-  static __mmask64 Bytes24(size_t n) { return n >= 16 ? __mmask64((1ull << 48) - 1) : __mmask64((1ull << (3 * n)) - 1); }
+  static __mmask64 Bytes24(size_t n) {
+    return n >= 16 ? __mmask64((1ull << 48) - 1) : __mmask64((1ull << (3 * n)) - 1);
+  }
 
   // Sixteen packed 24-bit samples in the top three bytes of 32-bit lanes
   // (the low byte cleared): the integer shifted left by 8.
