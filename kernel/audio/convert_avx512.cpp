@@ -131,18 +131,12 @@ struct Avx512 {
     return _mm512_cvtps_epi32(v);
   }
 
-  // Float to packed 24 bits, sixty-four samples at a time into whole vectors
-  // from the first sample whose bytes start on a 64-byte boundary; the
-  // samples before and after go through the masked routine.
+  // Float to packed 24 bits, sixty-four samples at a time into whole
+  // vectors; what is left goes through the masked routine.  (Bringing the
+  // destination to a 64-byte boundary first takes up to 63 samples of
+  // masked passes, which measured slower than the straddling stores.)
   static size_t Block24(BYTE* d, const BYTE* s, size_t n) {
-    const uintptr_t a = reinterpret_cast<uintptr_t>(d);
-    // 3 * head = -a (mod 64); 43 is the inverse of 3.
-    const size_t head = std::min(n, size_t((64 - a % 64) % 64 * 43 % 64));
-    for (size_t k = 0; k < head; k += kLanes) {
-      const size_t lanes = std::min(kLanes, head - k);
-      Step<18, 32>(d + 3 * k, s + 4 * k, Lanes(lanes), lanes);
-    }
-    size_t i = head;
+    size_t i = 0;
     const __m512i j0 = _mm512_load_si512(kJoin24.idx[0]), j1 = _mm512_load_si512(kJoin24.idx[1]),
                   j2 = _mm512_load_si512(kJoin24.idx[2]);
     for (; i + 64 <= n; i += 64) {
