@@ -87,7 +87,7 @@ TEST_F(ZqvstRender, EveryFormatAndContainerCarriesAFullScaleImpulseAndASilentTai
 
 TEST_F(ZqvstRender, BlockSizeDoesNotChangeTheOutputAndNoiseIsTheSameEveryTime) {
   std::vector<Audio> outputs;
-  for (const char* block : {"512", "16", "333"}) {
+  for (const char* block : {"512", "16", "333", "4096"}) {
     outputs.push_back(Render("zqdelay", {"--signal", "noise", "--seconds", "0.2", "--set", "Delay=37", "--block",
                                          block}, std::string("b") + block + ".wav"));
     ASSERT_TRUE(outputs.back().ok);
