@@ -209,12 +209,20 @@ TEST(Grovel, WalkTakesCapitalExtensionsAndSkipsDottedFolders) {
   Copy("zqdelay.so", folder / ".hidden" / "zqdelay.so");
   Copy("zqdelay.so", folder / "sub" / "zqdelay.so");
   Copy("zqgain.so", folder / "zqgain.so.txt");
-  ZqComPtr<IVstFilterMapper> mapper = NewMapper(folder);
-  ASSERT_EQ(Scan(mapper.Get()), S_OK);
-  EXPECT_NE(Find(mapper.Get(), folder / "GAIN.SO"), nullptr);
-  EXPECT_NE(Find(mapper.Get(), folder / "sub" / "zqdelay.so"), nullptr);
-  EXPECT_EQ(Find(mapper.Get(), folder / ".hidden" / "zqdelay.so"), nullptr);
-  EXPECT_EQ(Find(mapper.Get(), folder / "zqgain.so.txt"), nullptr);
+  // In the probe server and in this process alike (without a limit, which
+  // would send the probe to the companion server).
+  for (const DWORD flags : {GROVEL_RESCAN, GROVEL_RESCAN | GROVEL_IN_PROCESS}) {
+    SCOPED_TRACE(flags);
+    ZqComPtr<IVstFilterMapper> mapper = NewMapper(folder);
+    Progress progress(-1, -1);
+    ASSERT_EQ(mapper->Grovel(nullptr, flags, &progress, 0, nullptr), S_OK);
+    const VstMapping* gain = Find(mapper.Get(), folder / "GAIN.SO");
+    ASSERT_NE(gain, nullptr);
+    EXPECT_EQ(gain->Flags & (VMF_ENABLED | VMF_EFFECT | VMF_FAILED), VMF_ENABLED | VMF_EFFECT);
+    EXPECT_NE(Find(mapper.Get(), folder / "sub" / "zqdelay.so"), nullptr);
+    EXPECT_EQ(Find(mapper.Get(), folder / ".hidden" / "zqdelay.so"), nullptr);
+    EXPECT_EQ(Find(mapper.Get(), folder / "zqgain.so.txt"), nullptr);
+  }
 }
 
 TEST(Grovel, CancelInTheFingerprintLeavesTheStoreAndInTheWalkKeepsWhatWasFound) {

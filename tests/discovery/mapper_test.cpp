@@ -88,7 +88,8 @@ TEST_P(AddMapping, TellsModulesAndNamesApart) {
   ZqList_Destroy(list);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, AddMapping, testing::ValuesIn(kAddCases));
+INSTANTIATE_TEST_SUITE_P(Cases, AddMapping, testing::ValuesIn(kAddCases),
+                         [](const testing::TestParamInfo<AddCase>& info) { return std::to_string(info.index); });
 
 class Mapper : public testing::Test {
  protected:
@@ -148,6 +149,7 @@ TEST_F(Mapper, EnumeratorCursorRules) {
   EXPECT_EQ(filters->IsVstClsid(CLSID_ZqVstWrapFilterMapper), S_FALSE);
   // Seek, then the user's word and name stick to the mapping.
   ASSERT_EQ(filters->Seek(info[1]->clsid), S_OK);
+  EXPECT_EQ(filters->TestCurrent(0, &progress), S_OK);  // probed again, still enabled
   EXPECT_EQ(filters->SetUserFlags(0x55), S_OK);
   EXPECT_EQ(filters->SetFilterName(u"Renamed"), S_OK);
   DWORD flags = 0;
