@@ -17,7 +17,8 @@
 //                aplugins/zqvstwrap/discovery/zqvstprobeserver.h), module
 //                after module, until the socket hangs up.  A module that
 //                hangs or ends the process ends the server; the host
-//                starts another.
+//                starts another.  With --report-fd the server also ends
+//                when that socket hangs up, even inside a hung module.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -275,12 +276,14 @@ int main(int argc, char** argv) {
                  "that says what happened.\n");
     return kZqProbeUsage;
   }
-  if (o.serveFd >= 0) std::_Exit(Serve(o.serveFd));
   if (o.reportFd >= 0) {
     HANDLE watcher = CreateThread(nullptr, 0, &WatchHost,
                                   reinterpret_cast<LPVOID>(static_cast<intptr_t>(o.reportFd)), 0, nullptr);
     if (watcher != nullptr) CloseHandle(watcher);
   }
+  // A server watches its host through the report socket, on which nothing
+  // is ever sent: a module hung in the server ends with the host.
+  if (o.serveFd >= 0) std::_Exit(Serve(o.serveFd));
   ZqProbeReport r = Probe(o);
   r.magic = kZqProbeReportMagic;
   r.version = kZqProbeReportVersion;

@@ -32,20 +32,34 @@ HRESULT ZqVstProbeServer::Start() {
   Stop();
   const std::u16string probe = ZqVstFindProbe();
   if (probe.empty()) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+  // One pair carries the requests; on the other nothing is sent, and the
+  // server ends when it hangs up, so that a server stuck in a module does
+  // not outlive this process.
   int pair[2];
+  int watch[2];
   if (!ZqCreateSocketPair(pair)) return HRESULT_FROM_WIN32(GetLastError());
+  if (!ZqCreateSocketPair(watch)) {
+    const DWORD error = GetLastError();
+    ZqCloseDescriptor(pair[0]);
+    ZqCloseDescriptor(pair[1]);
+    return HRESULT_FROM_WIN32(error);
+  }
   const std::string probe8 = ZqUtf16ToUtf8(probe);
   const std::string fd8 = std::to_string(kZqProbeReportFd);
-  const char* const argv[] = {"zqprobe", "--serve", fd8.c_str(), nullptr};
-  const ZqSpawnDescriptor handed{pair[1], kZqProbeReportFd};
-  const BOOL started = ZqSpawnProcess(probe8.c_str(), argv, &handed, 1, &m_process, &m_processId);
+  const std::string watch8 = std::to_string(kZqProbeReportFd + 1);
+  const char* const argv[] = {"zqprobe", "--serve", fd8.c_str(), "--report-fd", watch8.c_str(), nullptr};
+  const ZqSpawnDescriptor handed[] = {{pair[1], kZqProbeReportFd}, {watch[1], kZqProbeReportFd + 1}};
+  const BOOL started = ZqSpawnProcess(probe8.c_str(), argv, handed, 2, &m_process, &m_processId);
   const DWORD error = GetLastError();
   ZqCloseDescriptor(pair[1]);
+  ZqCloseDescriptor(watch[1]);
   if (!started) {
     ZqCloseDescriptor(pair[0]);
+    ZqCloseDescriptor(watch[0]);
     m_process = nullptr;
     return HRESULT_FROM_WIN32(error != 0 ? error : ERROR_FILE_NOT_FOUND);
   }
+  m_watch = watch[0];
   m_socket = pair[0];
   m_dead = false;
   return S_OK;
@@ -57,7 +71,9 @@ bool ZqVstProbeServer::Ended() const {
 
 void ZqVstProbeServer::Stop() {
   if (m_socket >= 0) ZqCloseDescriptor(m_socket);
+  if (m_watch >= 0) ZqCloseDescriptor(m_watch);
   m_socket = -1;
+  m_watch = -1;
   if (m_process) {
     // Closing the socket ends an idle server by itself; one busy in a
     // module would not notice, so it is killed either way.

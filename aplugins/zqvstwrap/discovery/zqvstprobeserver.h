@@ -93,5 +93,6 @@ class ZqVstProbeServer {
   HANDLE m_process = nullptr;
   DWORD m_processId = 0;
   int m_socket = -1;
+  int m_watch = -1;  // the server ends when this hangs up
   bool m_dead = true;
 };
