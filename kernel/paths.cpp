@@ -488,43 +488,6 @@ ZQ_API DWORD ZqGetModulePath(HMODULE module, LPWSTR dst, DWORD size) {
   return length;
 }
 
-ZQ_API BOOL ZqIsFileExecutable(HANDLE file, UINT* machine, WORD* characteristics) {
-  constexpr DWORD kChunk = 4096;
-  std::string bytes(kChunk, '\0');
-  DWORD got = 0;
-  BOOL result = 0;
-  const auto u16 = [&](size_t at) {
-    return static_cast<WORD>(static_cast<BYTE>(bytes[at]) | static_cast<BYTE>(bytes[at + 1]) << 8);
-  };
-  if (SetFilePointer(file, 0, nullptr, FILE_BEGIN) == 0 && ReadFile(file, bytes.data(), kChunk, &got, nullptr) &&
-      got >= 64 && bytes[0] == 'M' && bytes[1] == 'Z') {
-    const DWORD e = u16(60) | static_cast<DWORD>(u16(62)) << 16;
-    size_t at = e;
-    bool readable = true;
-    if (static_cast<ULONGLONG>(e) + 24 > got) {
-      at = 0;
-      readable = SetFilePointer(file, static_cast<LONG>(e), nullptr, FILE_BEGIN) == e &&
-                 ReadFile(file, bytes.data(), kChunk, &got, nullptr) && got >= 24;
-    }
-    if (readable && bytes.compare(at, 4, std::string("PE\0\0", 4)) == 0) {
-      if (machine) *machine = u16(at + 4);
-      if (characteristics) *characteristics = u16(at + 22);
-      result = 1;
-    }
-  }
-  SetFilePointer(file, 0, nullptr, FILE_BEGIN);
-  return result;
-}
-
-ZQ_API HRESULT ZqGetFileExecutableInfo(LPCWSTR path, UINT* machine, WORD* characteristics) {
-  HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                            FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(GetLastError());
-  const BOOL executable = ZqIsFileExecutable(file, machine, characteristics);
-  CloseHandle(file);
-  return executable ? S_OK : ZQ_E_BAD_FILE;
-}
-
 ZQ_API BOOL ZqCreateDirectory(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   if (!path || Len(path) >= MAX_PATH) return 0;
   WCHAR root[MAX_PATH];

@@ -183,14 +183,9 @@ ZQ_API DWORD ZqGetTempPath(DWORD size, LPWSTR dst);
 ZQ_API DWORD ZqGetModulePath(HMODULE module, LPWSTR dst, DWORD size);
 ZQ_API DWORD ZqGetModuleFileName(HMODULE module, LPWSTR dst, DWORD size);
 
-// 1 when the open `file` is a portable executable ("MZ", the 32-bit offset
-// at 60, "PE\0\0" there); `machine` gets the 16-bit field behind the
-// signature and `characteristics` the one 22 bytes behind it.  The file
-// pointer is back at 0 afterwards on every path.
-ZQ_API BOOL ZqIsFileExecutable(HANDLE file, UINT* machine, WORD* characteristics);
-// The same by path: S_OK, ZQ_E_BAD_FILE when it is no portable executable,
-// HRESULT_FROM_WIN32 of the error when it cannot be opened.
-ZQ_API HRESULT ZqGetFileExecutableInfo(LPCWSTR path, UINT* machine, WORD* characteristics);
+// Whether a file is an executable image, and of which machine, is the
+// platform's question: ZqIsFileExecutable and ZqGetFileExecutableInfo are
+// in platform/exeinfo.h, which reads portable executables and ELF objects.
 
 // Creates `path` level by level below its root (which must exist as a
 // folder; a relative path's first level is its root).  0 for an empty root,

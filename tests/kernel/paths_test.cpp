@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/environment.h"
+#include "platform/exeinfo.h"
 #include "platform/folders.h"
 #include "platform/registry.h"
 #include "platform/text.h"
@@ -343,11 +344,10 @@ TEST_F(PathDisk, ExecutableHeaders) {
       {"header beyond the first read", image(5000, 6000), S_OK},
       {"header offset past the end", image(9000, 6000), ZQ_E_BAD_FILE},
       {"too short", "MZ", ZQ_E_BAD_FILE},
-      {"an ELF file", "\x7f" "ELF" + std::string(100, '\0'), ZQ_E_BAD_FILE},
   };
   for (const auto& c : kCases) {
     Touch(folder_.path() / "x.dll", c.bytes);
-    UINT machine = 0;
+    unsigned machine = 0;
     WORD flags = 0;
     EXPECT_EQ(ZqGetFileExecutableInfo(At("x.dll").c_str(), &machine, &flags), c.status) << c.what;
     if (c.status == S_OK) {
