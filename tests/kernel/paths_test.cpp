@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "platform/environment.h"
-#include "platform/exeinfo.h"
 #include "platform/folders.h"
 #include "platform/registry.h"
 #include "platform/text.h"
@@ -324,39 +323,6 @@ TEST_F(PathDisk, FolderQuestions) {
   EXPECT_FALSE(fs::exists(folder_.path() / "full/a"));
   EXPECT_EQ(ZqDeleteDirectoryTree(At("full").c_str()), S_OK);
   EXPECT_FALSE(fs::exists(folder_.path() / "full"));
-}
-
-TEST_F(PathDisk, ExecutableHeaders) {
-  const auto image = [](uint32_t at, size_t total) {
-    std::string bytes(total, '\0');
-    bytes[0] = 'M';
-    bytes[1] = 'Z';
-    std::memcpy(&bytes[60], &at, 4);
-    if (at + 24 <= total) {
-      std::memcpy(&bytes[at], "PE\0\0\x4c\x01", 6);
-      bytes[at + 22] = 0x02;
-      bytes[at + 23] = 0x21;
-    }
-    return bytes;
-  };
-  const struct { const char* what; std::string bytes; HRESULT status; } kCases[] = {
-      {"header near the start", image(128, 512), S_OK},
-      {"header beyond the first read", image(5000, 6000), S_OK},
-      {"header offset past the end", image(9000, 6000), ZQ_E_BAD_FILE},
-      {"too short", "MZ", ZQ_E_BAD_FILE},
-  };
-  for (const auto& c : kCases) {
-    Touch(folder_.path() / "x.dll", c.bytes);
-    unsigned machine = 0;
-    WORD flags = 0;
-    EXPECT_EQ(ZqGetFileExecutableInfo(At("x.dll").c_str(), &machine, &flags), c.status) << c.what;
-    if (c.status == S_OK) {
-      EXPECT_EQ(machine, 0x14Cu) << c.what;
-      EXPECT_EQ(flags, 0x2102) << c.what;
-    }
-  }
-  EXPECT_EQ(ZqGetFileExecutableInfo(At("none.dll").c_str(), nullptr, nullptr),
-            HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
 }
 
 TEST_F(PathDisk, SpecialFoldersFollowXdgAndAreCreated) {
