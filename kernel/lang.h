@@ -185,6 +185,15 @@ ZQ_API BOOL ZqLang_SaveUserLCIDMetric(LPCWSTR app, DWORD version, UINT lcid, boo
 ZQ_API BOOL ZqLang_SaveUserLCIDMetricAppReg(LPCWSTR app, DWORD version, UINT lcid,
                                             LPCWSTR company);
 
+// Whether the current user's settings store can be read, so that a program
+// can tell its user why a setting it keeps is not taken.  S_OK, also for a
+// store that does not exist yet; otherwise the store's status as a status
+// (HRESULT_FROM_WIN32(ERROR_BADDB) for a damaged file, ERROR_CANTOPEN for
+// one that cannot be opened) with the store file's path in `path` (at most
+// `size` characters with the terminator; may be null).  The file is left as
+// it is.
+ZQ_API HRESULT ZqLang_CheckUserSettingsStore(LPWSTR path, DWORD size);
+
 // Keeps at most 3 characters of `text` as the language identifier text, or
 // "ENU" for a null or empty text.  Answers the length kept.
 ZQ_API int ZqSetLangID(LPCWSTR text);

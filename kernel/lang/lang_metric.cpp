@@ -65,3 +65,17 @@ ZQ_API BOOL ZqLang_SaveUserLCIDMetric(LPCWSTR app, DWORD version, UINT lcid, boo
 ZQ_API BOOL ZqLang_SaveUserLCIDMetricAppReg(LPCWSTR app, DWORD version, UINT lcid, LPCWSTR company) {
   return Save(KeyName(company, app, version, false), lcid);
 }
+
+ZQ_API HRESULT ZqLang_CheckUserSettingsStore(LPWSTR path, DWORD size) {
+  if (path && size) path[0] = 0;
+  // Opening any key reads the store file; a missing key is a readable store.
+  HKEY key = nullptr;
+  const LSTATUS status = RegOpenKeyExW(HKEY_CURRENT_USER, u"Software", 0, KEY_READ, &key);
+  if (status == ERROR_SUCCESS) RegCloseKey(key);
+  if (status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND) return S_OK;
+  if (path && size) {
+    DWORD length = size;
+    if (ZqRegistryGetStorePath(HKEY_CURRENT_USER, path, &length) != ERROR_SUCCESS) path[0] = 0;
+  }
+  return HRESULT_FROM_WIN32(static_cast<DWORD>(status));
+}

@@ -73,9 +73,9 @@ std::u16string ZqvstWiden(const std::string& text) { return ZqUtf8ToUtf16(text);
 void ZqvstReport(const ZqvstLibrary* library, const ZqvstFailure& failure) {
   std::string line = "zqvst: " + failure.what;
   if (failure.status != S_OK) {
-    const char* text = library ? library->StatusText(failure.status) : nullptr;
+    const std::string text = library ? library->StatusText(failure.status) : std::string();
     line += ": ";
-    line += (text && *text) ? text : "error";
+    line += text.empty() ? "error" : text;
     line += " (" + ZqvstHex(static_cast<DWORD>(failure.status)) + ")";
   }
   std::fflush(stdout);
@@ -119,6 +119,7 @@ bool ZqvstLibrary::Load(ZqvstFailure* failure) {
   }
   m_module = module;
   m_statusText = Export<const char* (*)(HRESULT)>(module, "ZqStatusText");
+  m_localStatusText = Export<const WCHAR* (*)(HRESULT)>(module, "ZqErrorHandler_GetHresultString");
   m_getClassObject = Export<HRESULT (*)(REFCLSID, REFIID, void**)>(module, "DllGetClassObject");
   m_mapModule = Export<HRESULT (*)(const WCHAR*, LONG, DWORD, VstMapping*)>(module, "ZqVstMapModule");
   m_getTiming = Export<HRESULT (*)(REFCLSID, LONG*, LONG*)>(module, "ZqVstGetModuleTiming");
@@ -128,7 +129,28 @@ bool ZqvstLibrary::Load(ZqvstFailure* failure) {
     failure->status = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     return false;
   }
+  FollowUserLanguage();
   return true;
+}
+
+// The library's texts follow the language the user saved for zqvst, else the
+// one of the environment (which the library reads itself).  A settings store
+// that cannot be read costs only the saved language, and the user is told
+// which file it is.
+void ZqvstLibrary::FollowUserLanguage() {
+  const auto check = Export<HRESULT (*)(WCHAR*, DWORD)>(m_module, "ZqLang_CheckUserSettingsStore");
+  const auto load = Export<BOOL (*)(const WCHAR*, DWORD, UINT*, bool)>(m_module, "ZqLang_LoadUserLCIDMetric");
+  const auto kernel = Export<void* (*)()>(m_module, "ZqLang_GetKernelLang");
+  const auto update = Export<BOOL (*)(void*, UINT, UINT)>(m_module, "ZqLang_UpdateKernelLCID");
+  WCHAR store[4096] = {};
+  const HRESULT readable = check ? check(store, 4096) : S_OK;
+  if (FAILED(readable)) {
+    ZqvstReport(this, {"cannot read the settings store " + ZqvstNarrow(store) + " (the language stays the default)",
+                       readable});
+    return;
+  }
+  UINT lcid = 0;
+  if (load && kernel && update && load(u"zqvst", 0, &lcid, true) && lcid != 0) update(kernel(), lcid, 0);
 }
 
 bool ZqvstLibrary::Isolate(ZqvstFailure* failure) {
@@ -162,8 +184,27 @@ HRESULT ZqvstLibrary::CreateFilter(REFCLSID clsid, IBaseFilter** filter) {
   return factory->CreateInstance(nullptr, IID_IBaseFilter, reinterpret_cast<void**>(filter));
 }
 
-const char* ZqvstLibrary::StatusText(HRESULT status) const {
-  return m_statusText ? m_statusText(status) : nullptr;
+std::string ZqvstLibrary::StatusText(HRESULT status) const {
+  std::string text;
+  if (const WCHAR* local = m_localStatusText ? m_localStatusText(status) : nullptr) {
+    text = ZqvstNarrow(local);
+  } else if (const char* english = m_statusText ? m_statusText(status) : nullptr) {
+    text = english;
+  }
+  // One line: a message box's line breaks become spaces, and the text names
+  // this program where it names the host application.
+  for (size_t at; (at = text.find("$(AppName)")) != std::string::npos;) text.replace(at, 10, "zqvst");
+  std::string line;
+  for (char c : text) {
+    const bool blank = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+    if (!blank) {
+      line += c;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
 }
 
 // --- The plug-in -------------------------------------------------------------------

@@ -48,9 +48,11 @@ class ZqvstLibrary {
   HRESULT MapModule(const std::string& path, VstMapping* mapping);
   HRESULT GetTiming(REFCLSID clsid, LONG* latency, LONG* tail);
   HRESULT CreateFilter(REFCLSID clsid, IBaseFilter** filter);
-  // The library's text for `status`, or null when it has none (or the
+  // The library's text for `status` on one line, in the user's language
+  // (the language saved for zqvst in the settings store, else the one of
+  // LANGUAGE, LC_ALL, LC_MESSAGES and LANG); empty when it has none (or the
   // library is not loaded, or too old to tell).
-  const char* StatusText(HRESULT status) const;
+  std::string StatusText(HRESULT status) const;
 
  private:
   HMODULE m_module = nullptr;
@@ -58,6 +60,9 @@ class ZqvstLibrary {
   HRESULT (*m_mapModule)(const WCHAR*, LONG, DWORD, VstMapping*) = nullptr;
   HRESULT (*m_getTiming)(REFCLSID, LONG*, LONG*) = nullptr;
   const char* (*m_statusText)(HRESULT) = nullptr;
+  const WCHAR* (*m_localStatusText)(HRESULT) = nullptr;
+
+  void FollowUserLanguage();
 };
 
 // One line on standard error for a failed job:

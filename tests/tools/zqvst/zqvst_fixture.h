@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/environment.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/sync.h"
@@ -88,6 +89,10 @@ inline bool WriteFloatWav(const std::string& path, int channels, int rate, const
 
 class ZqvstTest : public ::testing::Test {
  protected:
+  // The messages the tests read are the English ones, whatever the language
+  // of the machine that runs them.
+  ZqvstTest() { SetEnvironmentVariableW(u"LANGUAGE", u"en"); }
+
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
   // Runs zqvst with `args`; standard output and error go to files of the
