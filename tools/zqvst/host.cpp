@@ -20,12 +20,12 @@ namespace {
 // The time a module may take to be looked at before it counts as hung.
 constexpr DWORD kMapTimeLimitMs = 10000;
 
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+std::string ProgramFolder() {
+  std::string folder = ZqvstFolderOf(ZqUtf16ToUtf8(ZqGetExecutablePath()));
+  if (folder.empty()) return ".";
+  folder.pop_back();
+  return folder;
 }
-
-std::string ProgramFolder() { return FolderOf(ZqUtf16ToUtf8(ZqGetExecutablePath())); }
 
 bool FileExists(const std::string& path) {
   const DWORD attributes = GetFileAttributesW(ZqvstWiden(path).c_str());
@@ -67,6 +67,11 @@ std::string ZqvstNarrow(const WCHAR* text) {
 }
 
 std::u16string ZqvstWiden(const std::string& text) { return ZqUtf8ToUtf16(text); }
+
+std::string ZqvstFolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
 
 // --- Reports -------------------------------------------------------------------
 

@@ -145,3 +145,5 @@ std::string ZqvstDefaultPlugin();
 // Text conversions for the interfaces' 16-bit text.
 std::string ZqvstNarrow(const WCHAR* text);
 std::u16string ZqvstWiden(const std::string& text);
+// The folder part of `path` with its trailing "/", or "" for a bare name.
+std::string ZqvstFolderOf(const std::string& path);

@@ -87,11 +87,6 @@ const char* FormatName(ZQSAMPLETYPE type) {
   return "?";
 }
 
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-}
-
 std::string FormatSeconds(double seconds) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%.3f", seconds);
@@ -218,18 +213,6 @@ struct RenderJob {
   int channels = 2;
 };
 
-bool ParseMeter(const std::string& text, int* numerator, int* denominator) {
-  const size_t slash = text.find('/');
-  long n = 0, d = 0;
-  if (slash == std::string::npos || !ZqvstParseLong(text.substr(0, slash), &n) ||
-      !ZqvstParseLong(text.substr(slash + 1), &d))
-    return false;
-  if (!ZqvstIsMeterNumerator(n) || !ZqvstIsMeterDenominator(d)) return false;
-  *numerator = int(n);
-  *denominator = int(d);
-  return true;
-}
-
 // Reads the options into `job`; false with a message for a misuse.
 bool ReadOptions(const ZqvstArgs& args, RenderJob* job, std::string* error) {
   if (!args.Positional().empty()) {
@@ -265,7 +248,8 @@ bool ReadOptions(const ZqvstArgs& args, RenderJob* job, std::string* error) {
     job->tempo = real;
   }
   if (args.Has("meter")) {
-    if (!ParseMeter(args.Get("meter"), &job->meterNumerator, &job->meterDenominator))
+    std::string why;
+    if (!ZqvstParseMeter(args.Get("meter"), &job->meterNumerator, &job->meterDenominator, &why))
       return bad("meter", args.Get("meter"));
     job->hasMeter = true;
   }
@@ -641,7 +625,7 @@ bool Run(const RenderJob& job, ZqvstPlugin* plugin, const std::string& temporary
 }  // namespace
 
 std::string ZqvstTemporaryPath(const std::string& output) {
-  const std::string folder = FolderOf(output);
+  const std::string folder = ZqvstFolderOf(output);
   std::string name = output.substr(folder.size());
   const size_t dot = name.rfind('.');
   const std::string extension = dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot);

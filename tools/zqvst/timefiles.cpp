@@ -178,29 +178,11 @@ bool ParseAutomationLine(const std::vector<Token>& tokens, int line, ZqvstAutoma
 
 // "N/D": N 1..99, D a power of two from 1 to 64.
 bool ParseMeter(const Token& token, int line, int* numerator, int* denominator, std::string* error) {
-  const std::string& s = token.text;
-  const size_t slash = s.find('/');
-  auto readPart = [](std::string_view part, int* value) {
-    if (!AllDigits(part) || part.size() > 4) return false;
-    const auto [end, ec] = std::from_chars(part.data(), part.data() + part.size(), *value);
-    return ec == std::errc() && end == part.data() + part.size();
-  };
-  if (token.quoted || slash == std::string::npos ||
-      !readPart(std::string_view(s).substr(0, slash), numerator) ||
-      !readPart(std::string_view(s).substr(slash + 1), denominator)) {
-    *error = LinePrefix(line) + "bad meter '" + s + "' (expected N/D, as in 3/4)";
-    return false;
-  }
-  if (!ZqvstIsMeterNumerator(*numerator)) {
-    *error = LinePrefix(line) + "meter numerator " + std::to_string(*numerator) + " is not between 1 and 99";
-    return false;
-  }
-  const int d = *denominator;
-  if (!ZqvstIsMeterDenominator(d)) {
-    *error = LinePrefix(line) + "meter denominator " + std::to_string(d) + " is not 1, 2, 4, 8, 16, 32 or 64";
-    return false;
-  }
-  return true;
+  std::string why;
+  if (token.quoted) why = "bad meter '" + token.text + "' (expected N/D, as in 3/4)";
+  if (!token.quoted && ZqvstParseMeter(token.text, numerator, denominator, &why)) return true;
+  *error = LinePrefix(line) + why;
+  return false;
 }
 
 // Splits every line into fields and hands the lines that have any to
@@ -323,5 +305,28 @@ bool ZqvstReadFile(const std::string& path, std::string* bytes, std::string* err
     return false;
   }
   *bytes = std::move(content).str();
+  return true;
+}
+
+bool ZqvstParseMeter(std::string_view text, int* numerator, int* denominator, std::string* why) {
+  const size_t slash = text.find('/');
+  const auto readPart = [](std::string_view part, int* value) {
+    if (!AllDigits(part) || part.size() > 4) return false;
+    const auto [end, ec] = std::from_chars(part.data(), part.data() + part.size(), *value);
+    return ec == std::errc() && end == part.data() + part.size();
+  };
+  if (slash == std::string_view::npos || !readPart(text.substr(0, slash), numerator) ||
+      !readPart(text.substr(slash + 1), denominator)) {
+    *why = "bad meter '" + std::string(text) + "' (expected N/D, as in 3/4)";
+    return false;
+  }
+  if (!ZqvstIsMeterNumerator(*numerator)) {
+    *why = "meter numerator " + std::to_string(*numerator) + " is not between 1 and 99";
+    return false;
+  }
+  if (!ZqvstIsMeterDenominator(*denominator)) {
+    *why = "meter denominator " + std::to_string(*denominator) + " is not 1, 2, 4, 8, 16, 32 or 64";
+    return false;
+  }
   return true;
 }

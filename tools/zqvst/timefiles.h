@@ -19,6 +19,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct ZqvstAutomationEntry {
@@ -45,6 +46,9 @@ struct ZqvstTempoEntry {
 inline bool ZqvstIsTempo(double bpm) { return bpm > 0 && bpm <= 999; }
 inline bool ZqvstIsMeterNumerator(long n) { return n >= 1 && n <= 99; }
 inline bool ZqvstIsMeterDenominator(long d) { return d >= 1 && d <= 64 && (d & (d - 1)) == 0; }
+// Reads a meter "N/D" (digits only, a numerator of 1 to 99, a power of two
+// up to 64 below); false with the reason in *why.
+bool ZqvstParseMeter(std::string_view text, int* numerator, int* denominator, std::string* why);
 
 // Parse the text of a file; false with a one-line message ("line 3: unknown
 // curve 'foo'") on the first error.  `*out` is replaced, and left empty on an
