@@ -9,74 +9,23 @@
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "platform/x11window.h"
+#include "tests/support/virtual_display.h"
 #include "vsthost_fixture.h"
 
 using namespace zqtest;
 
 namespace {
 
-constexpr const char* kXvfb = "/usr/bin/Xvfb";
-
-// A private X server on the first free display number from :83, named by
-// DISPLAY for the life of the object (what was there is put back).
-class VirtualDisplay {
- public:
-  VirtualDisplay() {
-    WCHAR old[256] = {};
-    const DWORD length = GetEnvironmentVariableW(u"DISPLAY", old, 256);
-    if (length > 0 && length < 256) old_ = old;
-    for (int number = 83; number < 99 && display.empty(); ++number) {
-      socket_ = "/tmp/.X11-unix/X" + std::to_string(number);
-      lock_ = "/tmp/.X" + std::to_string(number) + "-lock";
-      if (std::filesystem::exists(socket_) || std::filesystem::exists(lock_)) continue;  // taken
-      const std::string name = ":" + std::to_string(number);
-      const char* argv[] = {"Xvfb", name.c_str(), "-nolisten", "tcp", "-screen", "0", "640x480x24", nullptr};
-      if (!ZqSpawnProcess(kXvfb, argv, nullptr, 0, &process_, nullptr)) return;
-      // Ready once its socket exists; a server that gives up fails the test.
-      for (int wait = 0; wait < 200 && display.empty(); ++wait) {
-        if (std::filesystem::exists(socket_)) display = name;
-        else if (WaitForSingleObject(process_, 50) == WAIT_OBJECT_0) break;
-      }
-      if (display.empty()) Stop();
-    }
-    if (!display.empty()) SetEnvironmentVariableW(u"DISPLAY", ZqUtf8ToUtf16(display).c_str());
-  }
-  ~VirtualDisplay() {
-    SetEnvironmentVariableW(u"DISPLAY", old_.empty() ? nullptr : old_.c_str());
-    Stop();
-  }
-  VirtualDisplay(const VirtualDisplay&) = delete;
-  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
-
-  std::string display;
-
- private:
-  void Stop() {
-    if (process_ == nullptr) return;
-    TerminateProcess(process_, 0);
-    WaitForSingleObject(process_, INFINITE);
-    CloseHandle(process_);
-    process_ = nullptr;
-    // Both were absent before the server started: they are its own.
-    std::error_code ignored;
-    std::filesystem::remove(socket_, ignored);
-    std::filesystem::remove(lock_, ignored);
-  }
-  HANDLE process_ = nullptr;
-  std::string socket_, lock_;
-  std::u16string old_;
-};
-
 class EditorTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::filesystem::exists(kXvfb)) GTEST_SKIP() << "needs Xvfb (Debian package \"xvfb\")";
+    if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "needs Xvfb (Debian package \"xvfb\")";
     ASSERT_FALSE(server_.display.empty()) << "Xvfb did not start";
     ASSERT_TRUE(ZqCreateTemporaryNativeWindow(&window_));
   }
   void TearDown() override { ZqDestroyTemporaryNativeWindow(&window_); }
 
-  VirtualDisplay server_;
+  VirtualDisplay server_{90, true};
   ZqNativeWindow window_{};
 };
 

@@ -9,13 +9,13 @@
 #include "platform/process.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "tests/support/virtual_display.h"
 
 namespace {
 
 using namespace zqtest;
 
 constexpr LONG kEditorId = FourCC("ZqEd");
-constexpr const char* kXvfb = "/usr/bin/Xvfb";
 
 // The editor plug-in's counters.
 struct EditorRecord : PluginRecord {
@@ -28,58 +28,6 @@ struct EditorRecord : PluginRecord {
 // DISPLAY as the test wants it.
 struct DisplayVariable : ScopedVariable {
   explicit DisplayVariable(const WCHAR* value) : ScopedVariable(u"DISPLAY", value) {}
-};
-
-// A private X server on the first free display number from :73, for the
-// life of the object.  `display` stays empty when it could not be started.
-class VirtualDisplay {
- public:
-  VirtualDisplay() {
-    for (int number = 73; number < 90 && display.empty(); ++number) {
-      const std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
-      const std::string lock = "/tmp/.X" + std::to_string(number) + "-lock";
-      if (std::filesystem::exists(socket) || std::filesystem::exists(lock)) continue;  // taken
-      const std::string name = ":" + std::to_string(number);
-      const char* argv[] = {"Xvfb", name.c_str(), "-nolisten", "tcp", "-screen", "0", "640x480x24",
-                            nullptr};
-      if (!ZqSpawnProcess(kXvfb, argv, nullptr, 0, &process_, nullptr)) return;
-      socket_ = socket;
-      lock_ = lock;
-      // The server is ready once its socket exists; give up after a bound
-      // so that a server that cannot start fails the test instead of
-      // hanging it.
-      for (int wait = 0; wait < 200; ++wait) {
-        if (std::filesystem::exists(socket)) {
-          display = name;
-          break;
-        }
-        if (WaitForSingleObject(process_, 50) == WAIT_OBJECT_0) break;  // it gave up
-      }
-      if (display.empty()) Stop();
-    }
-  }
-  ~VirtualDisplay() { Stop(); }
-  VirtualDisplay(const VirtualDisplay&) = delete;
-  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
-
-  std::string display;
-
- private:
-  void Stop() {
-    if (process_ == nullptr) return;
-    TerminateProcess(process_, 0);
-    WaitForSingleObject(process_, INFINITE);
-    CloseHandle(process_);
-    process_ = nullptr;
-    // A killed server leaves its socket and lock behind, and both were
-    // absent before it started: they are its own, so clear them.
-    std::error_code ignored;
-    std::filesystem::remove(socket_, ignored);
-    std::filesystem::remove(lock_, ignored);
-  }
-  HANDLE process_ = nullptr;
-  std::string socket_;
-  std::string lock_;
 };
 
 TEST(EditorRect, WithoutADisplayTheSizeStaysUnknownAndTheEditorIsNotOpened) {
@@ -102,8 +50,8 @@ TEST(EditorRect, WithoutADisplayTheSizeStaysUnknownAndTheEditorIsNotOpened) {
 }
 
 TEST(EditorRect, TheEditorIsMeasuredOnceInATemporaryWindowAndTheSizeKept) {
-  if (!std::filesystem::exists(kXvfb)) GTEST_SKIP() << "needs Xvfb (Debian package \"xvfb\")";
-  VirtualDisplay server;
+  if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "needs Xvfb (Debian package \"xvfb\")";
+  VirtualDisplay server{73};
   ASSERT_FALSE(server.display.empty()) << "Xvfb did not start";
   DisplayVariable display(ZqUtf8ToUtf16(server.display).c_str());
   EditorRecord record;
