@@ -181,12 +181,16 @@ HRESULT ZqvstLibrary::GetTiming(REFCLSID clsid, LONG* latency, LONG* tail) {
 }
 
 HRESULT ZqvstLibrary::CreateFilter(REFCLSID clsid, IBaseFilter** filter) {
-  *filter = nullptr;
+  return CreateObject(clsid, IID_IBaseFilter, reinterpret_cast<void**>(filter));
+}
+
+HRESULT ZqvstLibrary::CreateObject(REFCLSID clsid, REFIID iid, void** object) {
+  *object = nullptr;
   if (!m_getClassObject) return E_UNEXPECTED;
   ZqComPtr<IClassFactory> factory;
   HRESULT hr = m_getClassObject(clsid, IID_IClassFactory, factory.PutVoid());
   if (FAILED(hr)) return hr;
-  return factory->CreateInstance(nullptr, IID_IBaseFilter, reinterpret_cast<void**>(filter));
+  return factory->CreateInstance(nullptr, iid, object);
 }
 
 std::string ZqvstLibrary::StatusText(HRESULT status) const {

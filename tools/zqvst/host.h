@@ -48,6 +48,9 @@ class ZqvstLibrary {
   HRESULT MapModule(const std::string& path, VstMapping* mapping);
   HRESULT GetTiming(REFCLSID clsid, LONG* latency, LONG* tail);
   HRESULT CreateFilter(REFCLSID clsid, IBaseFilter** filter);
+  // Any object of the library by class identifier, through its class
+  // object (the catalogue's mapper, a filter).
+  HRESULT CreateObject(REFCLSID clsid, REFIID iid, void** object);
   // The library's text for `status` on one line, in the user's language
   // (the language saved for zqvst in the settings store, else the one of
   // LANGUAGE, LC_ALL, LC_MESSAGES and LANG); empty when it has none (or the

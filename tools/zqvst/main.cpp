@@ -3,6 +3,7 @@
 //   zqvst info    what a plug-in is
 //   zqvst render  an audio file through a plug-in into another
 //   zqvst preset  save a plug-in's program or bank; show a preset file
+//   zqvst scan, list, folders, enable, disable: the catalogue of plug-ins
 //
 // Exit status: 0 done, 1 the job failed, 2 the command line was misused.
 #include <cstdio>
@@ -22,6 +23,11 @@ const char kUsage[] =
     "  info     print what a plug-in is: names, channels, programs, parameters\n"
     "  render   stream an audio file (or a generated signal) through a plug-in\n"
     "  preset   save a plug-in's program or bank, or show a preset file\n"
+    "  scan     look for plug-ins in the search folders and catalogue them\n"
+    "  list     print the catalogued plug-ins\n"
+    "  folders  print, add or remove the search folders\n"
+    "  enable   offer a catalogued plug-in again\n"
+    "  disable  stop offering a catalogued plug-in\n"
     "  help     print this help, or a command's ('zqvst help render')\n"
     "\n"
     "Options:\n"
@@ -41,6 +47,14 @@ int Help(const std::string& command) {
     std::fputs(kZqvstRenderHelp, stdout);
   } else if (command == "preset") {
     std::fputs(kZqvstPresetHelp, stdout);
+  } else if (command == "scan") {
+    std::fputs(kZqvstScanHelp, stdout);
+  } else if (command == "list") {
+    std::fputs(kZqvstListHelp, stdout);
+  } else if (command == "folders") {
+    std::fputs(kZqvstFoldersHelp, stdout);
+  } else if (command == "enable" || command == "disable") {
+    std::fputs(kZqvstEnableHelp, stdout);
   } else {
     ZqvstReportUsage("", "unknown command '" + command + "'");
     return kZqvstExitUsage;
@@ -52,7 +66,7 @@ int Help(const std::string& command) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    ZqvstReportUsage("", "a command is needed (info, render, preset)");
+    ZqvstReportUsage("", "a command is needed (info, render, preset, scan, list, folders, enable, disable)");
     return kZqvstExitUsage;
   }
   const std::string command = argv[1];
@@ -65,6 +79,11 @@ int main(int argc, char** argv) {
   if (command == "info") return ZqvstInfoCommand(argc, argv, 2);
   if (command == "render") return ZqvstRenderCommand(argc, argv, 2);
   if (command == "preset") return ZqvstPresetCommand(argc, argv, 2);
+  if (command == "scan") return ZqvstScanCommand(argc, argv, 2);
+  if (command == "list") return ZqvstListCommand(argc, argv, 2);
+  if (command == "folders") return ZqvstFoldersCommand(argc, argv, 2);
+  if (command == "enable") return ZqvstEnableCommand(argc, argv, 2);
+  if (command == "disable") return ZqvstDisableCommand(argc, argv, 2);
   ZqvstReportUsage("", command[0] == '-' ? "unknown option '" + command + "'" : "unknown command '" + command + "'");
   return kZqvstExitUsage;
 }

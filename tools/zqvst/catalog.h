@@ -1,0 +1,80 @@
+// The library's catalogue of plug-ins as zqvst sees it: the mapper object,
+// reached through DllGetClassObject like any host reaches it, bound to the
+// application name "zqvst".  It keeps the search folders and the mappings
+// the scans found, in the settings store; zqvst scans nothing itself.
+//
+// Threads: the main thread only, except the progress sink the scan calls
+// from its worker thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The mapper's header and the filter's both declare a language interface
+// of the same name with different identifiers; zqvst uses neither, so the
+// mapper's is renamed here to let both headers meet in one file.
+#define IZqTranslationInfo IZqMapperTranslationInfo
+#define IID_IZqTranslationInfo IID_IZqMapperTranslationInfo
+#include "aplugins/zqvstwrap/discovery/ivstfiltermapper.h"
+#undef IZqTranslationInfo
+#undef IID_IZqTranslationInfo
+#include "aplugins/zqvstwrap/discovery/zqvstmapping.h"
+#include "tools/zqvst/host.h"
+
+class ZqvstCatalog {
+ public:
+  // Makes the mapper and binds it; with no stored folders the library enters
+  // its first-start folders (VST_PATH, else the usual places).
+  bool Open(ZqvstLibrary* library, ZqvstFailure* failure);
+  // Reads the stored mappings without walking the folders.  False with a
+  // failure when the store cannot be read.
+  bool Load(IZqProgress* progress, ZqvstFailure* failure);
+
+  // Copies of every mapping, enabled or not, in the cache's order.
+  std::vector<VstMapping> Mappings() const;
+  // The search folders, each ending in "/".
+  std::vector<std::string> Folders() const;
+
+  // Changes the folders in memory; a scan stores them.  False with a
+  // failure for a folder that does not exist, or one not held.
+  bool AddFolder(const std::string& path, ZqvstFailure* failure);
+  bool RemoveFolder(const std::string& path, ZqvstFailure* failure);
+
+  // Grovel with `flags` (GROVEL_*): S_OK, S_FALSE with no folders,
+  // ZQ_E_CANCELLED when the sink cancelled (what was found is kept).
+  HRESULT Scan(DWORD flags, IZqProgress* progress);
+
+  // Stores the mapping of `clsid` enabled or disabled.
+  bool SetEnabled(REFCLSID clsid, bool enabled, ZqvstFailure* failure);
+
+  // The text of a class identifier, "{XXXXXXXX-...}".
+  static std::string ClsidText(REFCLSID clsid);
+
+ private:
+  ZqComPtr<IVstFilterMapper> m_mapper;
+  ZqComPtr<IEnumVstFilters> m_enum;
+  ZqComPtr<IZqVstWrapPrefs> m_prefs;
+};
+
+// A plug-in the user named: a module path, a name (case ignored), a unique
+// id of four characters or a class identifier, looked up in the catalogue.
+struct ZqvstChoice {
+  VstMapping mapping{};
+  bool fromCatalog = false;  // false: `text` was a module path, not catalogued
+};
+
+// Resolves `text`.  A path (it contains "/" or names an existing file) is
+// taken as it is.  Exit status kZqvstExitOk with `choice` set, or the
+// status to exit with after a one-line message (2 for an ambiguous name,
+// listing the candidates; 1 for nothing found).
+int ZqvstResolvePlugin(ZqvstLibrary* library, const std::string& text, ZqvstChoice* choice);
+int ZqvstResolveIn(ZqvstLibrary* library, const ZqvstCatalog& catalog, const std::string& text,
+                   ZqvstChoice* choice);
+
+// Loads the library and opens the catalogue (reading the store when `load`);
+// kZqvstExitOk, or the exit status after a one-line report.
+int ZqvstOpenCatalog(ZqvstLibrary* library, ZqvstCatalog* catalog, bool load);
+
+// A progress sink that shows nothing and never cancels; it lives as long as
+// the process.
+IZqProgress* ZqvstQuietProgress();
