@@ -38,7 +38,37 @@ bool IsFolder(const std::string& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
+// The sink of scans that show nothing: reading the store, storing folders.
+class QuietProgress final : public ZqComObject<QuietProgress, IZqProgress> {
+ public:
+  HRESULT STDMETHODCALLTYPE Begin(const WCHAR*, DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetText(const WCHAR*) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetProgress(DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetCount(DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE IsCancelled() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE End(HRESULT) override { return S_OK; }
+
+ private:
+  friend class ZqComObject<QuietProgress, IZqProgress>;
+  ~QuietProgress() = default;
+};
+
 }  // namespace
+
+IZqProgress* ZqvstQuietProgress() {
+  static QuietProgress* const quiet = new QuietProgress();
+  return quiet;
+}
+
+int ZqvstOpenCatalog(ZqvstLibrary* library, ZqvstCatalog* catalog, bool load) {
+  ZqvstFailure failure;
+  if (!library->Load(&failure) || !catalog->Open(library, &failure) ||
+      (load && !catalog->Load(ZqvstQuietProgress(), &failure))) {
+    ZqvstReport(library, failure);
+    return kZqvstExitJobFailed;
+  }
+  return kZqvstExitOk;
+}
 
 bool ZqvstCatalog::Open(ZqvstLibrary* library, ZqvstFailure* failure) {
   HRESULT hr = library->CreateObject(CLSID_ZqVstWrapFilterMapper, IID_IVstFilterMapper, m_mapper.PutVoid());

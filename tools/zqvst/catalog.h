@@ -56,20 +56,22 @@ class ZqvstCatalog {
   ZqComPtr<IZqVstWrapPrefs> m_prefs;
 };
 
-// A plug-in the user named: a module path, a name (case ignored), a unique
-// id of four characters or a class identifier, looked up in the catalogue.
-struct ZqvstChoice {
-  VstMapping mapping{};
-  bool fromCatalog = false;  // false: `text` was a module path, not catalogued
-};
+// The one catalogued plug-in `text` names: a module path, a name (case
+// ignored), a four-character unique id or a class identifier, tried in that
+// order of kinds.  False with a failure when none or several match (exit
+// status 2 then, the candidates named).
+bool ZqvstFindPlugin(const ZqvstCatalog& catalog, const std::string& text, VstMapping* mapping,
+                     ZqvstFailure* failure);
 
-// Resolves `text`.  A path (it contains "/" or names an existing file) is
-// taken as it is.  Exit status kZqvstExitOk with `choice` set, or the
-// status to exit with after a one-line message (2 for an ambiguous name,
-// listing the candidates; 1 for nothing found).
-int ZqvstResolvePlugin(ZqvstLibrary* library, const std::string& text, ZqvstChoice* choice);
-int ZqvstResolveIn(ZqvstLibrary* library, const ZqvstCatalog& catalog, const std::string& text,
-                   ZqvstChoice* choice);
+// What a command's --plugin names, as a module and the unique id of a
+// shell's sub-plug-in (0 for a module's own plug-in): a module path as it
+// is, "PATH:ITEM" for a sub-plug-in by four-character id or by name, else
+// a plug-in of the catalogue (ZqvstFindPlugin).  The library must be loaded.
+bool ZqvstLocatePlugin(ZqvstLibrary* library, const std::string& text, std::string* modulePath, LONG* uniqueId,
+                       ZqvstFailure* failure);
+// The catalogued sub-plug-ins of a shell module, "ID Name, ..." (empty when
+// none are known).
+std::string ZqvstShellItems(ZqvstLibrary* library, const std::string& modulePath);
 
 // Loads the library and opens the catalogue (reading the store when `load`);
 // kZqvstExitOk, or the exit status after a one-line report.

@@ -1,11 +1,7 @@
 // zqvst folders: the catalogue's search folders.  zqvst enable / disable:
-// whether a catalogued plug-in is offered.  And how every command finds the
-// plug-in the user names.
-#include <algorithm>
+// whether a catalogued plug-in is offered.
 #include <cstdio>
 
-#include "kernel/com/guid.h"
-#include "platform/file.h"
 #include "tools/zqvst/catalog.h"
 #include "tools/zqvst/cmdline.h"
 #include "tools/zqvst/commands.h"
@@ -32,39 +28,6 @@ const char* const kZqvstEnableHelp =
 
 namespace {
 
-bool LooksLikePath(const std::string& text) {
-  if (text.find('/') != std::string::npos) return true;
-  const DWORD attributes = GetFileAttributesW(ZqvstWiden(text).c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
-std::string AbsolutePath(const std::string& path) {
-  WCHAR buffer[4096];
-  const DWORD n = GetFullPathNameW(ZqvstWiden(path).c_str(), 4096, buffer, nullptr);
-  return n > 0 && n < 4096 ? ZqvstNarrow(buffer) : path;
-}
-
-// The mappings `text` names, by the first way of naming that matches any.
-std::vector<VstMapping> Matches(const std::vector<VstMapping>& all, const std::string& text) {
-  std::vector<VstMapping> found;
-  auto collect = [&](auto&& test) {
-    for (const auto& m : all)
-      if (test(m)) found.push_back(m);
-    return !found.empty();
-  };
-  CLSID clsid{};
-  if (text.size() == 38 && text[0] == '{' && SUCCEEDED(CLSIDFromString(ZqvstWiden(text).c_str(), &clsid)))
-    return collect([&](const VstMapping& m) { return IsEqualGUID(m.Clsid, clsid); }), found;
-  if (LooksLikePath(text)) {
-    const std::string path = AbsolutePath(text);
-    return collect([&](const VstMapping& m) { return ZqvstNarrow(m.Path) == path; }), found;
-  }
-  if (collect([&](const VstMapping& m) { return ZqvstEqualsNoCase(ZqvstNarrow(m.Name), text); })) return found;
-  if (text.size() == 4)
-    collect([&](const VstMapping& m) { return ZqvstFourChars(uint32_t(m.Properties.uniqueID)) == text; });
-  return found;
-}
-
 int SetEnabled(int argc, char** argv, int first, bool enable) {
   const char* command = enable ? "enable" : "disable";
   ZqvstArgs args;
@@ -88,10 +51,13 @@ int SetEnabled(int argc, char** argv, int first, bool enable) {
   // nothing.
   std::vector<VstMapping> chosen;
   for (const auto& text : args.Positional()) {
-    ZqvstChoice choice;
-    const int status = ZqvstResolveIn(&library, catalog, text, &choice);
-    if (status != kZqvstExitOk) return status;
-    chosen.push_back(choice.mapping);
+    VstMapping m{};
+    ZqvstFailure failure;
+    if (!ZqvstFindPlugin(catalog, text, &m, &failure)) {
+      ZqvstReport(&library, failure);
+      return failure.exitStatus;
+    }
+    chosen.push_back(m);
   }
   for (const auto& m : chosen) {
     ZqvstFailure failure;
@@ -105,40 +71,6 @@ int SetEnabled(int argc, char** argv, int first, bool enable) {
 }
 
 }  // namespace
-
-int ZqvstResolveIn(ZqvstLibrary* library, const ZqvstCatalog& catalog, const std::string& text,
-                   ZqvstChoice* choice) {
-  const std::vector<VstMapping> all = catalog.Mappings();
-  const std::vector<VstMapping> found = Matches(all, text);
-  if (found.size() == 1) {
-    choice->mapping = found[0];
-    choice->fromCatalog = true;
-    return kZqvstExitOk;
-  }
-  if (found.empty()) {
-    ZqvstReport(library, {all.empty() ? "the catalogue is empty; run 'zqvst scan' first"
-                                      : "no plug-in '" + text + "' in the catalogue (see 'zqvst list --all')"});
-    return kZqvstExitJobFailed;
-  }
-  std::string line = "'" + text + "' names " + std::to_string(found.size()) + " plug-ins:";
-  for (const auto& m : found) line += " " + ZqvstNarrow(m.Path) + " " + ZqvstCatalog::ClsidText(m.Clsid) + ";";
-  line.pop_back();
-  ZqvstReportUsage("", line + "; name one by its path or class identifier");
-  return kZqvstExitUsage;
-}
-
-int ZqvstResolvePlugin(ZqvstLibrary* library, const std::string& text, ZqvstChoice* choice) {
-  if (LooksLikePath(text)) {
-    const std::u16string path = ZqvstWiden(text).substr(0, 259);
-    std::copy(path.begin(), path.end(), choice->mapping.Path);
-    choice->mapping.Path[path.size()] = 0;
-    choice->fromCatalog = false;
-    return kZqvstExitOk;
-  }
-  ZqvstCatalog catalog;
-  if (const int opened = ZqvstOpenCatalog(library, &catalog, true)) return opened;
-  return ZqvstResolveIn(library, catalog, text, choice);
-}
 
 int ZqvstFoldersCommand(int argc, char** argv, int first) {
   ZqvstArgs args;

@@ -9,6 +9,7 @@
 #include "platform/module.h"
 #include "platform/process.h"
 #include "platform/text.h"
+#include "tools/zqvst/catalog.h"
 #include "tools/zqvst/cmdline.h"
 
 #ifndef ZQVST_INSTALL_LIBDIR
@@ -168,9 +169,9 @@ bool ZqvstLibrary::Isolate(ZqvstFailure* failure) {
   return true;
 }
 
-HRESULT ZqvstLibrary::MapModule(const std::string& path, VstMapping* mapping) {
+HRESULT ZqvstLibrary::MapModule(const std::string& path, LONG uniqueId, VstMapping* mapping) {
   if (!m_mapModule) return E_UNEXPECTED;
-  return m_mapModule(ZqvstWiden(path).c_str(), 0, kMapTimeLimitMs, mapping);
+  return m_mapModule(ZqvstWiden(path).c_str(), uniqueId, kMapTimeLimitMs, mapping);
 }
 
 HRESULT ZqvstLibrary::GetTiming(REFCLSID clsid, LONG* latency, LONG* tail) {
@@ -238,11 +239,21 @@ void ZqvstPlugin::Close() {
   m_filter.Reset();
 }
 
-bool ZqvstPlugin::Open(ZqvstLibrary* library, const std::string& modulePath, ZqvstFailure* failure) {
+bool ZqvstPlugin::Open(ZqvstLibrary* library, const std::string& plugin, ZqvstFailure* failure) {
+  std::string modulePath;
+  LONG uniqueId = 0;
+  if (!ZqvstLocatePlugin(library, plugin, &modulePath, &uniqueId, failure)) return false;
   m_path = modulePath;
-  HRESULT hr = library->MapModule(modulePath, &m_mapping);
+  HRESULT hr = library->MapModule(modulePath, uniqueId, &m_mapping);
   if (hr == ZQ_S_IS_SHELL) {
-    *failure = {modulePath + ": the module is a shell of several plug-ins", ZQ_S_IS_SHELL};
+    const std::string items = ZqvstShellItems(library, modulePath);
+    *failure = {modulePath + ": the module is a shell of several plug-ins; name one as " + modulePath + ":ID" +
+                    (items.empty() ? " (after 'zqvst scan' of its folder, also by name)" : " or by name: " + items),
+                S_OK};
+    return false;
+  }
+  if (hr == E_UNEXPECTED && uniqueId != 0) {
+    *failure = {modulePath + " has no sub-plug-in '" + ZqvstFourChars(uint32_t(uniqueId)) + "'", hr};
     return false;
   }
   if (FAILED(hr)) {

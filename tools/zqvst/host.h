@@ -24,6 +24,7 @@ constexpr int kZqvstExitUsage = 2;
 struct ZqvstFailure {
   std::string what;
   HRESULT status = S_OK;
+  int exitStatus = kZqvstExitJobFailed;  // kZqvstExitUsage for a plug-in named ambiguously
 };
 
 // The library a host loads: libzqvstwrap.so.
@@ -45,7 +46,8 @@ class ZqvstLibrary {
   // also one the library could load here.  False (with a failure) when the
   // library cannot do that.
   bool Isolate(ZqvstFailure* failure);
-  HRESULT MapModule(const std::string& path, VstMapping* mapping);
+  // `uniqueId` picks a shell's sub-plug-in (0: the module's own plug-in).
+  HRESULT MapModule(const std::string& path, LONG uniqueId, VstMapping* mapping);
   HRESULT GetTiming(REFCLSID clsid, LONG* latency, LONG* tail);
   HRESULT CreateFilter(REFCLSID clsid, IBaseFilter** filter);
   // Any object of the library by class identifier, through its class
@@ -95,7 +97,9 @@ class ZqvstPlugin {
   ZqvstPlugin(const ZqvstPlugin&) = delete;
   ZqvstPlugin& operator=(const ZqvstPlugin&) = delete;
 
-  bool Open(ZqvstLibrary* library, const std::string& modulePath, ZqvstFailure* failure);
+  // `plugin` is what the user gave: a module path, "PATH:ITEM" for a
+  // shell's sub-plug-in, or a plug-in of the catalogue (see catalog.h).
+  bool Open(ZqvstLibrary* library, const std::string& plugin, ZqvstFailure* failure);
   // Drops the filter and its interfaces.
   void Close();
 

@@ -223,7 +223,7 @@ int ZqvstInfoCommand(int argc, char** argv, int first) {
       !plugin.Open(&library, module, &failure) ||
       !Describe(plugin, &description, &failure)) {
     ZqvstReport(&library, failure);
-    return kZqvstExitJobFailed;
+    return failure.exitStatus;
   }
   if (args.Has("json"))
     PrintJson(plugin, description);

@@ -94,7 +94,7 @@ int Save(int argc, char** argv, int first) {
   if (!ok) {
     DeleteFileW(ZqvstWiden(temporary).c_str());
     ZqvstReport(&library, failure);
-    return kZqvstExitJobFailed;
+    return failure.exitStatus;
   }
   std::printf("%s: %s saved\n", output.c_str(), bank ? "bank" : "preset");
   return kZqvstExitOk;

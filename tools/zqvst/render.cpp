@@ -698,7 +698,7 @@ int ZqvstRenderCommand(int argc, char** argv, int first) {
   if (!ok) {
     DeleteFileW(ZqvstWiden(temporary).c_str());
     ZqvstReport(&library, failure);
-    return kZqvstExitJobFailed;
+    return failure.exitStatus;
   }
   std::fflush(stdout);
   return kZqvstExitOk;

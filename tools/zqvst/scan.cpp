@@ -150,21 +150,6 @@ bool ParseOrUsage(const char* command, const char* help, int argc, char** argv, 
 
 }  // namespace
 
-IZqProgress* ZqvstQuietProgress() {
-  static ScanProgress* const quiet = new ScanProgress(true);
-  return quiet;
-}
-
-int ZqvstOpenCatalog(ZqvstLibrary* library, ZqvstCatalog* catalog, bool load) {
-  ZqvstFailure failure;
-  if (!library->Load(&failure) || !catalog->Open(library, &failure) ||
-      (load && !catalog->Load(ZqvstQuietProgress(), &failure))) {
-    ZqvstReport(library, failure);
-    return kZqvstExitJobFailed;
-  }
-  return kZqvstExitOk;
-}
-
 int ZqvstScanCommand(int argc, char** argv, int first) {
   ZqvstArgs args;
   int exitCode = 0;
