@@ -249,7 +249,7 @@ bool ZqvstPlugin::Open(ZqvstLibrary* library, const std::string& plugin, ZqvstFa
     const std::string items = ZqvstShellItems(library, modulePath);
     *failure = {modulePath + ": the module is a shell of several plug-ins; name one as " + modulePath + ":ID" +
                     (items.empty() ? " (after 'zqvst scan' of its folder, also by name)" : " or by name: " + items),
-                S_OK};
+                ZQ_S_IS_SHELL};
     return false;
   }
   if (hr == E_UNEXPECTED && uniqueId != 0) {
