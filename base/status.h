@@ -278,6 +278,7 @@ constexpr HRESULT ZQ_E_RIFF_NO_RIFF = ZqMakeStatus(0x8004E080);         // a nec
 constexpr HRESULT ZQ_E_RIFF_NO_LIST = ZqMakeStatus(0x8004E081);         // a necessary LIST header is missing
 constexpr HRESULT ZQ_E_RIFF_ZERO_SIZE = ZqMakeStatus(0x8004E082);       // a chunk has a length of 0
 constexpr HRESULT ZQ_E_RIFF_BAD_SIZE = ZqMakeStatus(0x8004E083);        // a chunk length out of range
+constexpr HRESULT ZQ_E_PLUGINS_NOT_INSTALLED = ZqMakeStatus(0x8004E084);  // plug-ins a project names are not here
 constexpr HRESULT ZQ_E_ADMIN_REQUIRED = ZqMakeStatus(0x8004E142);       // needs administrator rights
 constexpr HRESULT ZQ_E_ALREADY_EXISTS = ZqMakeStatus(0x8004E170);       // the file already exists
 constexpr HRESULT ZQ_E_DESTINATION_INSIDE = ZqMakeStatus(0x8004E186);   // destination under the source

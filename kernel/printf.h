@@ -43,10 +43,11 @@
 
 #include <cstdarg>
 
+#include "base/status.h"
 #include "base/types.h"
 
 // The status of a bounded print whose text had to be cut.
-constexpr HRESULT ZQ_E_TEXT_CUT = static_cast<HRESULT>(0x8004E03Cu);
+constexpr HRESULT ZQ_E_TEXT_CUT = ZQ_E_BUFFER_TOO_SMALL;
 
 // Unbounded prints: `dst` must hold the whole text.  Answer the length.
 ZQ_API int ZqPrintF(LPWSTR dst, LPCWSTR format, ...);

@@ -48,9 +48,6 @@ static_assert(offsetof(VstSearchPath, Flags) == 520);
 static_assert(offsetof(VstSearchPath, CheckSum) == 524);
 static_assert(sizeof(VstSearchPath) == 544);
 
-// A stale plug-in that is in use and so was kept (not written, not offered).
-constexpr HRESULT ZQ_E_PLUGINS_NOT_INSTALLED = ZqMakeStatus(0x8004E084);
-
 // --- Process-wide state --------------------------------------------------------
 
 // Binds the cache to one application: forms the key name from `appName` and
