@@ -14,6 +14,8 @@ const char* const kZqvstInfoHelp =
     "display text and label.\n"
     "\n"
     "  --plugin MODULE  the plug-in's module (default: the bundled zqdelay.so)\n"
+    "                   or a catalogued plug-in's name, unique id or class id,\n"
+    "                   or SHELL.so:ID for one plug-in of a shell module\n"
     "  --json           print the same as a JSON object\n"
     "  --isolated       run the plug-in in the companion server process\n"
     "  --help           print this help\n";

@@ -19,6 +19,8 @@ const char* const kZqvstPresetHelp =
     "show  prints the header and the names of a preset or bank file\n"
     "\n"
     "  --plugin MODULE    the plug-in's module (default: the bundled zqdelay.so)\n"
+    "                     or a catalogued plug-in's name, unique id or class id,\n"
+    "                     or SHELL.so:ID for one plug-in of a shell module\n"
     "  --output FILE      the file to write; its extension chooses the kind\n"
     "  --program N        select program N first\n"
     "  --set PARAM=VALUE  set a parameter (name or index) in its outward units;\n"

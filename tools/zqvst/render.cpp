@@ -40,6 +40,8 @@ const char* const kZqvstRenderHelp =
     "output's extension (.wav, .aif, .aiff, .flac).\n"
     "\n"
     "  --plugin MODULE      the plug-in's module (default: the bundled zqdelay.so)\n"
+    "                       or a catalogued plug-in's name, unique id or class id,\n"
+    "                       or SHELL.so:ID for one plug-in of a shell module\n"
     "  --input FILE         the audio file to process (default: a generated signal)\n"
     "  --output FILE        the file to write\n"
     "  --program N          select program N first\n"
