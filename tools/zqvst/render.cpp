@@ -27,6 +27,7 @@
 #include "tools/zqvst/cmdline.h"
 #include "tools/zqvst/commands.h"
 #include "tools/zqvst/host.h"
+#include "tools/zqvst/layout.h"
 #include "tools/zqvst/render.h"
 #include "tools/zqvst/tempo.h"
 #include "tools/zqvst/timefiles.h"
@@ -624,6 +625,64 @@ bool Run(const RenderJob& job, ZqvstPlugin* plugin, const std::string& temporary
   return true;
 }
 
+// Settings, automation and the stream, for one filter.
+bool Render(const RenderJob& job, ZqvstPlugin* plugin, const std::string& path, Outcome* outcome,
+            ZqvstFailure* failure) {
+  return ApplySettings(job, plugin, failure) &&
+         (job.automationFile.empty() || ApplyAutomation(job.automationFile, plugin, failure)) &&
+         Run(job, plugin, path, outcome, failure);
+}
+
+// A render whose input is first fitted to the plug-in's inputs: a mono
+// input copied to both inputs of a stereo plug-in, or a plug-in with one
+// input run once per channel, a filter of its own for each, whose outputs
+// (the first channel of each) are interleaved again.  Files made on the way
+// are named in `scratch` for the caller to remove.
+bool RenderArranged(RenderJob job, ZqvstLibrary* library, ZqvstPlugin* plugin, const std::string& temporary,
+                    Outcome* outcome, ZqvstFailure* failure, std::vector<std::string>* scratch) {
+  const int channels = job.input.empty() ? job.channels : ZqvstFileChannels(job.input);
+  const int takes = int(plugin->Mapping().Properties.numInputs);
+  auto part = [&](const std::string& what) {
+    scratch->push_back(ZqvstTemporaryPath(ZqvstFolderOf(job.output) + what + ".wav"));
+    return scratch->back();
+  };
+  switch (ZqvstPlanLayout(channels, takes)) {
+    case ZqvstLayout::kDirect:
+      return Render(job, plugin, temporary, outcome, failure);
+    case ZqvstLayout::kRefused:
+      *failure = {"the plug-in takes " + std::to_string(takes) + " inputs and the input has " +
+                  std::to_string(channels) + " channels; give it " + std::to_string(takes) +
+                  " channels or fewer, or use a plug-in with one input (run once per channel)"};
+      return false;
+    case ZqvstLayout::kDuplicate:
+      if (job.input.empty()) {
+        job.channels = 2;  // every channel of a generated signal is alike
+      } else {
+        const std::string stereo = part("stereo");
+        if (!ZqvstRemapChannels(job.input, {0, 0}, stereo, failure)) return false;
+        job.input = stereo;
+      }
+      return Render(job, plugin, temporary, outcome, failure);
+    case ZqvstLayout::kPerChannel:
+      break;
+  }
+  const std::string original = job.input;
+  std::vector<std::string> outputs;
+  for (int c = 0; c < channels; ++c) {
+    if (original.empty()) {
+      job.channels = 1;
+    } else {
+      job.input = part("in" + std::to_string(c));
+      if (!ZqvstRemapChannels(original, {c}, job.input, failure)) return false;
+    }
+    ZqvstPlugin another;
+    if (c > 0 && !another.Open(library, job.module, failure)) return false;
+    outputs.push_back(part("out" + std::to_string(c)));
+    if (!Render(job, c > 0 ? &another : plugin, outputs.back(), outcome, failure)) return false;
+  }
+  return ZqvstInterleave(outputs, temporary, failure);
+}
+
 }  // namespace
 
 std::string ZqvstTemporaryPath(const std::string& output) {
@@ -674,13 +733,13 @@ int ZqvstRenderCommand(int argc, char** argv, int first) {
   const std::string temporary = ZqvstTemporaryPath(job.output);
   Outcome outcome;
   bool ok;
+  std::vector<std::string> scratch;
   {
     ZqvstPlugin plugin;
     ok = library.Load(&failure) && (!args.Has("isolated") || library.Isolate(&failure)) &&
          plugin.Open(&library, job.module, &failure) &&
-         ApplySettings(job, &plugin, &failure) &&
-         (job.automationFile.empty() || ApplyAutomation(job.automationFile, &plugin, &failure)) &&
-         Run(job, &plugin, temporary, &outcome, &failure);
+         RenderArranged(job, &library, &plugin, temporary, &outcome, &failure, &scratch);
+    for (const auto& file : scratch) DeleteFileW(ZqvstWiden(file).c_str());
     if (ok) {
       const LONGLONG tail = outcome.framesOut - outcome.framesIn;
       const double seconds = outcome.rate ? double(outcome.framesIn) / outcome.rate : 0.0;
