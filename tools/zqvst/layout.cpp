@@ -114,6 +114,40 @@ bool ZqvstInterleave(const std::vector<std::string>& inputs, const std::string& 
   return true;
 }
 
+bool ZqvstFitChannels(const std::string& input, int channels, const std::string& output, ZqvstFailure* failure) {
+  SF_INFO in{};
+  File source = OpenRead(input, &in, failure);
+  if (!source) return false;
+  if (in.channels != 1 && channels != 1) {
+    *failure = {"the plug-in gives " + std::to_string(in.channels) + " channels, which cannot become " +
+                std::to_string(channels) + "; --channels can be " + std::to_string(in.channels) +
+                " or 1 (mixed down)"};
+    return false;
+  }
+  SF_INFO out{};
+  out.samplerate = in.samplerate;
+  out.channels = channels;
+  out.format = ContainerOf(output) | (in.format & SF_FORMAT_SUBMASK);
+  File sink = OpenWrite(output, &out, failure);
+  if (!sink) return false;
+  const size_t from = size_t(in.channels), to = size_t(channels);
+  std::vector<double> block(size_t(kBlockFrames) * from), fitted(size_t(kBlockFrames) * to);
+  for (;;) {
+    const sf_count_t got = sf_readf_double(source.get(), block.data(), kBlockFrames);
+    if (got <= 0) break;
+    for (size_t f = 0; f < size_t(got); ++f) {
+      double sum = 0;
+      for (size_t c = 0; c < from; ++c) sum += block[f * from + c];
+      for (size_t c = 0; c < to; ++c) fitted[f * to + c] = sum / double(from);
+    }
+    if (sf_writef_double(sink.get(), fitted.data(), got) != got) {
+      *failure = {"cannot write " + output, ZQ_E_OPEN_FILE};
+      return false;
+    }
+  }
+  return true;
+}
+
 ZqvstLayout ZqvstPlanLayout(int inputChannels, int pluginInputs) {
   if (pluginInputs <= 0 || inputChannels <= 0 || inputChannels == pluginInputs) return ZqvstLayout::kDirect;
   if (pluginInputs == 1) return ZqvstLayout::kPerChannel;

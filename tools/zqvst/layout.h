@@ -24,6 +24,12 @@ bool ZqvstRemapChannels(const std::string& input, const std::vector<int>& map, c
 // in the container its extension names and the first input's sample type.
 bool ZqvstInterleave(const std::vector<std::string>& inputs, const std::string& output, ZqvstFailure* failure);
 
+// Writes `output` (container by extension, the input's sample type) with
+// `channels` channels from `input`: a mono input copied to each, or every
+// channel mixed down (averaged) to one.  False with a failure naming what
+// works for any other pair of counts.
+bool ZqvstFitChannels(const std::string& input, int channels, const std::string& output, ZqvstFailure* failure);
+
 // How a plug-in with `pluginInputs` inputs is fed an input of
 // `inputChannels` channels.
 enum class ZqvstLayout {

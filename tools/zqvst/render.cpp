@@ -66,7 +66,9 @@ const char* const kZqvstRenderHelp =
     "                       the same every time), impulse or silence\n"
     "  --seconds S          length (default 2)\n"
     "  --rate HZ            sample rate (default 48000)\n"
-    "  --channels N         channels (default 2)\n"
+    "  --channels N         channels (default 2); with --input, the output's: the\n"
+    "                       plug-in's own count, or 1 (mixed down), or any count\n"
+    "                       from a plug-in with one output\n"
     "\n"
     "  --help               print this help\n";
 
@@ -214,6 +216,7 @@ struct RenderJob {
   double seconds = 2.0;
   DWORD rate = 48000;
   int channels = 2;
+  int outputChannels = 0;  // 0: as the plug-in gives them
 };
 
 // Reads the options into `job`; false with a message for a misuse.
@@ -287,7 +290,9 @@ bool ReadOptions(const ZqvstArgs& args, RenderJob* job, std::string* error) {
     job->channels = int(number);
   }
   if (!job->input.empty()) {
-    for (const char* generated : {"signal", "seconds", "rate", "channels"}) {
+    // With an input file, --channels is the output's layout.
+    job->outputChannels = args.Has("channels") ? job->channels : 0;
+    for (const char* generated : {"signal", "seconds", "rate"}) {
       if (args.Has(generated)) {
         *error = std::string("--") + generated + " is for a generated input and cannot go with --input";
         return false;
@@ -683,6 +688,20 @@ bool RenderArranged(RenderJob job, ZqvstLibrary* library, ZqvstPlugin* plugin, c
   return ZqvstInterleave(outputs, temporary, failure);
 }
 
+// The render, then the output brought to the layout --channels asked for.
+bool RenderToLayout(const RenderJob& job, ZqvstLibrary* library, ZqvstPlugin* plugin, const std::string& temporary,
+                    Outcome* outcome, ZqvstFailure* failure, std::vector<std::string>* scratch) {
+  if (job.outputChannels == 0) return RenderArranged(job, library, plugin, temporary, outcome, failure, scratch);
+  const std::string extension = temporary.substr(temporary.rfind('.'));
+  scratch->push_back(ZqvstTemporaryPath(ZqvstFolderOf(job.output) + "rendered" + extension));
+  const std::string rendered = scratch->back();
+  if (!RenderArranged(job, library, plugin, rendered, outcome, failure, scratch)) return false;
+  if (ZqvstFileChannels(rendered) == job.outputChannels)
+    return MoveFileExW(ZqvstWiden(rendered).c_str(), ZqvstWiden(temporary).c_str(), MOVEFILE_REPLACE_EXISTING) ||
+           (*failure = {"cannot write " + job.output, HRESULT_FROM_WIN32(GetLastError())}, false);
+  return ZqvstFitChannels(rendered, job.outputChannels, temporary, failure);
+}
+
 }  // namespace
 
 std::string ZqvstTemporaryPath(const std::string& output) {
@@ -738,7 +757,7 @@ int ZqvstRenderCommand(int argc, char** argv, int first) {
     ZqvstPlugin plugin;
     ok = library.Load(&failure) && (!args.Has("isolated") || library.Isolate(&failure)) &&
          plugin.Open(&library, job.module, &failure) &&
-         RenderArranged(job, &library, &plugin, temporary, &outcome, &failure, &scratch);
+         RenderToLayout(job, &library, &plugin, temporary, &outcome, &failure, &scratch);
     for (const auto& file : scratch) DeleteFileW(ZqvstWiden(file).c_str());
     if (ok) {
       const LONGLONG tail = outcome.framesOut - outcome.framesIn;
