@@ -146,8 +146,8 @@ bool ZqvstCatalog::RemoveFolder(const std::string& path, ZqvstFailure* failure) 
   return false;
 }
 
-HRESULT ZqvstCatalog::Scan(DWORD flags, IZqProgress* progress) {
-  return m_mapper->Grovel(nullptr, flags, progress, 0, nullptr);
+HRESULT ZqvstCatalog::Scan(DWORD flags, IZqProgress* progress, DWORD timeLimitMs) {
+  return m_mapper->Grovel(nullptr, flags, progress, timeLimitMs, nullptr);
 }
 
 bool ZqvstCatalog::SetEnabled(REFCLSID clsid, bool enabled, ZqvstFailure* failure) {

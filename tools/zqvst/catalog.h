@@ -41,8 +41,11 @@ class ZqvstCatalog {
   bool RemoveFolder(const std::string& path, ZqvstFailure* failure);
 
   // Grovel with `flags` (GROVEL_*): S_OK, S_FALSE with no folders,
-  // ZQ_E_CANCELLED when the sink cancelled (what was found is kept).
-  HRESULT Scan(DWORD flags, IZqProgress* progress);
+  // ZQ_E_CANCELLED when the sink cancelled (what was found is kept).  A
+  // module still busy after `timeLimitMs` counts as hung and failed, and the
+  // scan goes on with the next; the sink is asked between modules.
+  static constexpr DWORD kDefaultTimeLimitMs = 10000;
+  HRESULT Scan(DWORD flags, IZqProgress* progress, DWORD timeLimitMs = kDefaultTimeLimitMs);
 
   // Stores the mapping of `clsid` enabled or disabled.
   bool SetEnabled(REFCLSID clsid, bool enabled, ZqvstFailure* failure);

@@ -14,17 +14,19 @@
 #include "tools/zqvst/json.h"
 
 const char* const kZqvstScanHelp =
-    "Usage: zqvst scan [--folder DIR]... [--rescan] [--in-process]\n"
+    "Usage: zqvst scan [--folder DIR]... [--rescan] [--in-process] [--time-limit S]\n"
     "\n"
     "Looks for VST 2.x plug-ins in the search folders and stores what it finds\n"
     "in the catalogue of the settings store.  Modules known and unchanged are\n"
     "not loaded again.  On the first scan the folders are those of VST_PATH,\n"
     "else ~/.vst, /usr/local/lib/vst, /usr/lib/vst and /usr/lib/lxvst, when\n"
-    "they exist.  Ctrl-C stops the scan and keeps what was found.\n"
+    "they exist.  Ctrl-C stops the scan (after the module being looked at) and\n"
+    "keeps what was found.\n"
     "\n"
     "  --folder DIR   add DIR to the search folders first (may be repeated)\n"
     "  --rescan       forget the catalogue and look at every module again\n"
     "  --in-process   look at modules in this process, not in the probe server\n"
+    "  --time-limit S seconds a module may take before it counts as hung (10)\n"
     "  --help         print this help\n";
 
 const char* const kZqvstListHelp =
@@ -62,6 +64,7 @@ class ScanProgress final : public ZqComObject<ScanProgress, IZqProgress> {
     std::lock_guard<std::mutex> lock(m_lock);
     m_text = ZqvstNarrow(text);
     if (m_quiet || m_text.empty()) return S_OK;
+    ++m_steps;
     if (m_terminal) {
       Draw();
     } else {
@@ -89,11 +92,17 @@ class ScanProgress final : public ZqComObject<ScanProgress, IZqProgress> {
   friend class ZqComObject<ScanProgress, IZqProgress>;
   ~ScanProgress() = default;
 
-  // "[#####-----] text", cut to the terminal's width.
+  // "[#####-----] text" while the scan tells how far it is, else the
+  // count of steps so far and the text; cut to the terminal's width.
   void Draw() {
     constexpr int kBar = 20;
-    const int filled = m_total ? static_cast<int>(uint64_t(kBar) * std::min(m_done, m_total) / m_total) : 0;
-    std::string line = "[" + std::string(size_t(filled), '#') + std::string(size_t(kBar - filled), '-') + "] " + m_text;
+    std::string line;
+    if (m_total) {
+      const int filled = static_cast<int>(uint64_t(kBar) * std::min(m_done, m_total) / m_total);
+      line = "[" + std::string(size_t(filled), '#') + std::string(size_t(kBar - filled), '-') + "] " + m_text;
+    } else {
+      line = "[" + std::to_string(m_steps) + "] " + m_text;
+    }
     if (line.size() > size_t(m_width - 1)) line.resize(size_t(m_width - 1));
     std::fprintf(stderr, "\r%-*s", m_width - 1, line.c_str());
     std::fflush(stderr);
@@ -106,6 +115,7 @@ class ScanProgress final : public ZqComObject<ScanProgress, IZqProgress> {
   std::mutex m_lock;
   std::string m_text;
   DWORD m_done = 0, m_total = 0;
+  unsigned m_steps = 0;
   bool m_drawn = false;
 };
 
@@ -154,11 +164,21 @@ int ZqvstScanCommand(int argc, char** argv, int first) {
   ZqvstArgs args;
   int exitCode = 0;
   if (!ParseOrUsage("scan", kZqvstScanHelp, argc, argv, first,
-                    {{"folder", true, true}, {"rescan", false, false}, {"in-process", false, false}}, &args,
+                    {{"folder", true, true},
+                     {"rescan", false, false},
+                     {"in-process", false, false},
+                     {"time-limit", true, false}},
+                    &args,
                     &exitCode))
     return exitCode;
   if (!args.Positional().empty()) {
     ZqvstReportUsage("scan", "unexpected argument '" + args.Positional()[0] + "'");
+    return kZqvstExitUsage;
+  }
+  double seconds = ZqvstCatalog::kDefaultTimeLimitMs / 1000.0;
+  if (args.Has("time-limit") &&
+      (!ZqvstParseDouble(args.Get("time-limit"), &seconds) || seconds < 0.001 || seconds > 3600)) {
+    ZqvstReportUsage("scan", "invalid value '" + args.Get("time-limit") + "' for --time-limit");
     return kZqvstExitUsage;
   }
   ZqvstLibrary library;
@@ -182,7 +202,7 @@ int ZqvstScanCommand(int argc, char** argv, int first) {
   DWORD flags = GROVEL_FORCE;
   if (args.Has("rescan")) flags |= GROVEL_RESCAN;
   if (args.Has("in-process")) flags |= GROVEL_IN_PROCESS;
-  const HRESULT hr = catalog.Scan(flags, progress.Get());
+  const HRESULT hr = catalog.Scan(flags, progress.Get(), DWORD(seconds * 1000.0 + 0.5));
   std::signal(SIGINT, SIG_DFL);
   if (FAILED(hr) && hr != ZQ_E_CANCELLED) {
     ZqvstReport(&library, {"the scan failed", hr});

@@ -2,6 +2,8 @@
 // enable, disable, and plug-ins named by what the catalogue knows.  Each
 // test has a settings store and search folder of its own, filled with
 // copies of the test plug-ins.
+#include <signal.h>
+
 #include "tests/tools/zqvst/zqvst_fixture.h"
 
 namespace zqvsttest {
@@ -173,6 +175,33 @@ TEST_F(CatalogTest, NothingToWorkWithIsOneLine) {
     EXPECT_NE(r.err.find(c.error), std::string::npos) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
   }
+}
+
+// Ctrl-C while a module hangs ends the scan once that module's time is up,
+// keeps what was found and says so.
+TEST_F(CatalogTest, InterruptCancelsTheScanAndKeepsWhatWasFound) {
+  fs::copy_file(Plugin("zqbad_entry_hang"), vst_ / "zqbad_entry_hang.so");
+  const std::string errPath = Path("scan.err");
+  HANDLE err = CreateFileW(ZqUtf8ToUtf16(errPath).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  const ZqSpawnDescriptor descriptors[] = {{ZqGetFileDescriptor(err), 2}};
+  const std::string program = std::string(ZQ_BINARY_DIR) + "/bin/zqvst";
+  const char* argv[] = {"zqvst", "scan", "--time-limit", "0.5", nullptr};
+  HANDLE process = nullptr;
+  ASSERT_TRUE(ZqSpawnProcess(program.c_str(), argv, descriptors, 1, &process, nullptr));
+  CloseHandle(err);
+  // Until the hanging module is being looked at (or the scan is over).
+  while (ReadAll(errPath).find("zqbad_entry_hang.so") == std::string::npos &&
+         WaitForSingleObject(process, 10) == WAIT_TIMEOUT) {
+  }
+  kill(pid_t(GetProcessId(process)), SIGINT);
+  ASSERT_EQ(WaitForSingleObject(process, kRunLimitMs), WAIT_OBJECT_0);
+  DWORD code = 0;
+  GetExitCodeProcess(process, &code);
+  CloseHandle(process);
+  EXPECT_EQ(code, 1u);
+  EXPECT_NE(ReadAll(errPath).find("the scan was cancelled; what it found is kept"), std::string::npos)
+      << ReadAll(errPath);
+  EXPECT_EQ(Run({"list", "--all"}).exitCode, 0u);
 }
 
 }  // namespace
