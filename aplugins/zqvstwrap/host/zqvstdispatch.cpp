@@ -7,6 +7,7 @@
 #include <string>
 
 #include "aplugins/zqvstwrap/host/zqvsteffect.h"
+#include "kernel/errorhandler.h"
 #include "platform/text.h"
 
 namespace {
@@ -147,12 +148,16 @@ void ZqVstTraceCallback(CLog* log, VstInt32 opcode, VstInt32 index, VstIntPtr va
 }
 
 // Runs inside the signal handler for processor faults: short, no locks.
-LONG ZqVstExceptionFilter(EXCEPTION_POINTERS* pointers, BOOL report, const WCHAR* /*pluginName*/,
-                          const WCHAR* /*title*/) {
+LONG ZqVstExceptionFilter(EXCEPTION_POINTERS* pointers, BOOL report, const WCHAR* pluginName,
+                          const WCHAR* title) {
   DWORD code = (pointers && pointers->ExceptionRecord) ? pointers->ExceptionRecord->ExceptionCode : 0;
-  // A fault to show: the box belongs to the code that owns a window, which
-  // reads the details the handler leaves; the guard's handler runs.
-  if (report) return EXCEPTION_EXECUTE_HANDLER;
+  // A fault to show: the error handler puts the dump into the details under
+  // the title (an unknown plug-in's without one) and shows its box; the
+  // guard's handler runs.
+  if (report) {
+    ZqErrorHandler_ShowException(pointers, pluginName, title);
+    return EXCEPTION_EXECUTE_HANDLER;
+  }
   // The stop signal of a hung worker must reach the worker's own guard.
   if (code == ZQ_EXCEPTION_STOP_WORKER) return EXCEPTION_CONTINUE_SEARCH;
   // A plug-in that died may leave the floating-point unit in any state.
