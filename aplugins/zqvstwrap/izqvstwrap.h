@@ -5,13 +5,13 @@
 // class identifier (zqvstmapping.h).
 #pragma once
 
+#include "aplugins/zqvstwrap/izqtranslationinfo.h"
 #include "aplugins/zqvstwrap/izqvsteffect.h"
 #include "kernel/audio/waveformat.h"
 #include "kernel/com/unknown.h"
 #include "base/types.h"
 #include "platform/message.h"
 
-typedef DWORD LCID;
 
 // --- Interfaces ------------------------------------------------------------------
 
@@ -109,20 +109,11 @@ class IVstFilterPreset : public IStaticFilterPreset {
   virtual HRESULT STDMETHODCALLTYPE SetCurrentPresetName(const WCHAR* name) = 0;
 };
 
-// The host tells the library's objects its user-interface language.
-class IZqTranslationInfo : public IUnknown {
- public:
-  using Base = IUnknown;
-  static constexpr GUID kIid = ZqGuid("{7E3B1C52-94D0-4A6B-B1F7-2C8D5E0A9F31}");
-  virtual HRESULT STDMETHODCALLTYPE SetLanguage(LCID language) = 0;
-};
-
 inline constexpr GUID IID_IZqVstWrapProp = IZqVstWrapProp::kIid;
 inline constexpr GUID IID_IVstWrapper = IVstWrapper::kIid;
 inline constexpr GUID IID_ISpecifyPropertyPages = ISpecifyPropertyPages::kIid;
 inline constexpr GUID IID_IStaticFilterPreset = IStaticFilterPreset::kIid;
 inline constexpr GUID IID_IVstFilterPreset = IVstFilterPreset::kIid;
-inline constexpr GUID IID_IZqTranslationInfo = IZqTranslationInfo::kIid;
 
 // Codes of the WM_COMMAND notifications (the high word of wParam).
 constexpr DWORD ZQVSTNOTIFY_INPUT_TYPE = 0;       // input type set, or a parameter set by the host

@@ -9,6 +9,8 @@
 #include "aplugins/zqvstwrap/discovery/zqvstmapper.h"
 #include "kernel/com/object.h"
 #include "kernel/com/taskmem.h"
+#include "kernel/kernel_init.h"
+#include "kernel/lang.h"
 #include "platform/text.h"
 
 namespace fs = std::filesystem;
@@ -165,6 +167,15 @@ TEST_F(Mapper, EnumeratorCursorRules) {
   EXPECT_EQ(filters->Skip(1), S_FALSE);
   GUID missing = CLSID_ZqVstWrapFilterMapper;
   EXPECT_EQ(filters->Seek(missing), ZQ_E_NOT_FOUND);
+}
+
+TEST_F(Mapper, TheHostsLanguageReachesTheKernel) {
+  ASSERT_EQ(ZqKernel_EarlyInitialize(GetModuleHandleW(nullptr), 0), 1);
+  ZqComPtr<IZqTranslationInfo> translation;
+  ASSERT_EQ(mapper->QueryInterface(ZqGuid("{9E43494C-2217-425F-B36A-762C9D4EE58A}"), translation.PutVoid()), S_OK);
+  EXPECT_EQ(translation->SetLanguage(0x407), S_OK);
+  EXPECT_EQ(ZqLang_GetLCID(ZqLang_GetKernelLang()), 0x407u);
+  ZqKernel_LateTerminate();
 }
 
 TEST_F(Mapper, SearchPathSlots) {

@@ -10,14 +10,7 @@
 #include <string>
 #include <vector>
 
-// The mapper's header and the filter's both declare a language interface
-// of the same name with different identifiers; zqvst uses neither, so the
-// mapper's is renamed here to let both headers meet in one file.
-#define IZqTranslationInfo IZqMapperTranslationInfo
-#define IID_IZqTranslationInfo IID_IZqMapperTranslationInfo
 #include "aplugins/zqvstwrap/discovery/ivstfiltermapper.h"
-#undef IZqTranslationInfo
-#undef IID_IZqTranslationInfo
 #include "aplugins/zqvstwrap/discovery/zqvstmapping.h"
 #include "tools/zqvst/host.h"
 

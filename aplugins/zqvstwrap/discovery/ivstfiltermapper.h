@@ -9,6 +9,7 @@
 #pragma once
 
 #include "aplugins/zqvstwrap/discovery/izqprogress.h"
+#include "aplugins/zqvstwrap/izqtranslationinfo.h"
 #include "aplugins/zqvstwrap/discovery/zqvsthostcache.h"
 #include "kernel/com/unknown.h"
 #include "base/types.h"
@@ -81,13 +82,6 @@ class IEnumVstFilters : public IUnknown {
   virtual HRESULT STDMETHODCALLTYPE TranslateClsid(GUID* clsid) = 0;
 };
 
-class IZqTranslationInfo : public IUnknown {
- public:
-  using Base = IUnknown;
-  static constexpr GUID kIid = ZqGuid("{9E43494C-2217-425F-B36A-762C9D4EE58A}");
-  virtual HRESULT STDMETHODCALLTYPE SetLanguage(DWORD lcid) = 0;
-};
-
 class IZqVstWrapPrefs : public IUnknown {
  public:
   using Base = IUnknown;
@@ -114,5 +108,4 @@ class IZqVstWrapPrefs : public IUnknown {
 
 inline constexpr GUID IID_IVstFilterMapper = IVstFilterMapper::kIid;
 inline constexpr GUID IID_IEnumVstFilters = IEnumVstFilters::kIid;
-inline constexpr GUID IID_IZqTranslationInfo = IZqTranslationInfo::kIid;
 inline constexpr GUID IID_IZqVstWrapPrefs = IZqVstWrapPrefs::kIid;

@@ -341,7 +341,7 @@ HRESULT CZqVstWrapFilterMapper::TranslateClsid(GUID* clsid) {
 
 // --- IZqTranslationInfo ------------------------------------------------------------------
 
-HRESULT CZqVstWrapFilterMapper::SetLanguage(DWORD lcid) {
+HRESULT CZqVstWrapFilterMapper::SetLanguage(LCID lcid) {
   return ZqLang_UpdateKernelLCID(ZqLang_GetKernelLang(), lcid, lcid) ? S_OK : E_FAIL;
 }
 

@@ -45,7 +45,7 @@ class CZqVstWrapFilterMapper final
   HRESULT STDMETHODCALLTYPE TranslateClsid(GUID* clsid) override;
 
   // IZqTranslationInfo
-  HRESULT STDMETHODCALLTYPE SetLanguage(DWORD lcid) override;
+  HRESULT STDMETHODCALLTYPE SetLanguage(LCID lcid) override;
 
   // IZqVstWrapPrefs
   INT STDMETHODCALLTYPE GetSearchPathCount() override;

@@ -13,6 +13,7 @@
 #include "aplugins/zqvstwrap/zqvstclasses.h"
 #include "kernel/audio/convert.h"
 #include "kernel/com/taskmem.h"
+#include "kernel/lang.h"
 #include "platform/exeinfo.h"
 #include "platform/text.h"
 #include "platform/x11window.h"
@@ -685,8 +686,8 @@ HRESULT CZqVstWrap::GetClassID(CLSID* clsid) {
   return S_OK;
 }
 
-HRESULT CZqVstWrap::SetLanguage(LCID) {
-  // The kernel's language tables are not part of this build, so there is
-  // nothing that could follow the host's language.
-  return E_FAIL;
+HRESULT CZqVstWrap::SetLanguage(LCID language) {
+  // The kernel's texts follow the host; any language but English also
+  // conditions the kernel's locale-dependent parts.
+  return ZqLang_UpdateKernelLCID(ZqLang_GetKernelLang(), language, !ZqLang_IsLCIDEnglish(language)) ? S_OK : E_FAIL;
 }
