@@ -58,6 +58,19 @@ std::string FormatValue(double value) {
   return buffer;
 }
 
+// A text meant for a box on one line: its line breaks and runs of blanks
+// become single spaces.
+std::string OneLine(const std::string& text) {
+  std::string line;
+  for (char c : text) {
+    const bool blank = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+    if (!blank) line += c;
+    else if (!line.empty() && line.back() != ' ') line += ' ';
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
+}
+
 }  // namespace
 
 // --- Text --------------------------------------------------------------------
@@ -136,7 +149,29 @@ bool ZqvstLibrary::Load(ZqvstFailure* failure) {
     return false;
   }
   FollowUserLanguage();
+  KeepBoxesOnOneLine();
   return true;
+}
+
+namespace {
+
+// A message box the library would show: one line on standard error, and
+// the box's default answer, as nobody is there to click.
+void ReportBox(const WCHAR* text) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "zqvst: %s\n", OneLine(ZqvstNarrow(text)).c_str());
+}
+
+}  // namespace
+
+// zqvst has no windows: a box the library shows (a plug-in's fault report,
+// say) becomes one line of the program's messages.
+void ZqvstLibrary::KeepBoxesOnOneLine() {
+  const auto setAppData = Export<void (*)(HMODULE, HWND, const WCHAR*)>(m_module, "ZqMsgBoxSetAppData");
+  const auto setNoUiHook = Export<BOOL (*)(void (*)(const WCHAR*))>(m_module, "ZqMsgBoxSetNoUIHook");
+  if (!setAppData || !setNoUiHook) return;
+  setAppData(nullptr, nullptr, u"zqvst");
+  setNoUiHook(ReportBox);
 }
 
 // The library's texts follow the language the user saved for zqvst, else the
@@ -201,20 +236,9 @@ std::string ZqvstLibrary::StatusText(HRESULT status) const {
   } else if (const char* english = m_statusText ? m_statusText(status) : nullptr) {
     text = english;
   }
-  // One line: a message box's line breaks become spaces, and the text names
-  // this program where it names the host application.
+  // The text names this program where it names the host application.
   for (size_t at; (at = text.find("$(AppName)")) != std::string::npos;) text.replace(at, 10, "zqvst");
-  std::string line;
-  for (char c : text) {
-    const bool blank = c == '\n' || c == '\r' || c == '\t' || c == ' ';
-    if (!blank) {
-      line += c;
-    } else if (!line.empty() && line.back() != ' ') {
-      line += ' ';
-    }
-  }
-  while (!line.empty() && line.back() == ' ') line.pop_back();
-  return line;
+  return OneLine(text);
 }
 
 // --- The plug-in -------------------------------------------------------------------

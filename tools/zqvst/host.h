@@ -68,6 +68,7 @@ class ZqvstLibrary {
   const WCHAR* (*m_localStatusText)(HRESULT) = nullptr;
 
   void FollowUserLanguage();
+  void KeepBoxesOnOneLine();
 };
 
 // One line on standard error for a failed job:
