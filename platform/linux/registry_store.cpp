@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -358,7 +359,17 @@ LSTATUS Store::OpenConnection(Mode mode) {
   device_ = st.st_dev;
   inode_ = st.st_ino;
 
+  // Two processes that open a new store at once may both try to switch it
+  // to its journal mode; SQLite answers one of them "busy" at once instead
+  // of waiting (the two would otherwise wait for each other).  The loser
+  // tries again, within the busy timeout, and finds the layout made.
   LSTATUS status = CheckLayout(!readOnly);
+  for (int waited = 0; status == ERROR_BUSY && waited < kBusyTimeoutMs; waited += 5 + waited / 4) {
+    const int pause = 5 + waited / 4;
+    const timespec delay{pause / 1000, (pause % 1000) * 1000000L};
+    nanosleep(&delay, nullptr);
+    status = CheckLayout(!readOnly);
+  }
   for (int i = 0; status == ERROR_SUCCESS && i < kStatementCount; ++i) {
     if (sqlite3_prepare_v3(db_, kStatementText[i], -1, SQLITE_PREPARE_PERSISTENT, &statements_[i],
                            nullptr) != SQLITE_OK)
