@@ -87,8 +87,8 @@ TEST(FilterEntry, FailedConstructionsReportTheirStatusAndLeaveNothingAlive) {
   EXPECT_EQ(MakeFilter(Register("zqbad_entry_fault", FourCC("ZqBa")), &filter), ZQ_E_EXCEPTION);
   EXPECT_EQ(filter, nullptr);
   EXPECT_EQ(MakeFilter(Register("zqbad_null_entry", FourCC("ZqBl")), &filter), E_INVALIDARG);
-  // A module this process cannot load needs the server, which is absent.
-  EXPECT_EQ(MakeFilter(Register("zqbad_not_elf", FourCC("ZqBn")), &filter), REGDB_E_CLASSNOTREG);
+  // A module this process cannot load goes to the server, whose load says what it is.
+  EXPECT_EQ(MakeFilter(Register("zqbad_not_elf", FourCC("ZqBn")), &filter), HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT));
   EXPECT_EQ(filter, nullptr);
   EXPECT_EQ(DllCanUnloadNow(), S_OK);
   EXPECT_EQ(ZqVstGetEffectCount(), 0);

@@ -10,6 +10,7 @@
 #include "aplugins/zqvstwrap/filter/zqvstinputpin.h"
 #include "aplugins/zqvstwrap/filter/zqvstwrap_build.h"
 #include "aplugins/zqvstwrap/host/zqvsteffect.h"
+#include "aplugins/zqvstwrap/host/zqvstfactory_effect.h"
 #include "aplugins/zqvstwrap/zqvstclasses.h"
 #include "kernel/audio/convert.h"
 #include "kernel/com/taskmem.h"
@@ -66,8 +67,7 @@ bool IsAudioBlock(const AM_MEDIA_TYPE* mt) {
 HRESULT ZqVstCreateEffect(const WCHAR* path, LONG id, REFIID riid, void** object) {
   if (object == nullptr) return E_POINTER;
   *object = nullptr;
-  if (!ZqIsFileLoadableInProcess(path)) return REGDB_E_CLASSNOTREG;
-  HRESULT hr = ZqVstCreateEffectInProcess(path, id, riid, object);
+  HRESULT hr = ZqVstCreateEffectInChosenProcess(path, id, riid, object);
   return hr == S_FALSE && *object == nullptr ? E_OUTOFMEMORY : hr;
 }
 
