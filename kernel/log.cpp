@@ -117,7 +117,7 @@ constexpr size_t kMaxMessageChars = 1023;
 
 // One conversion of a format: %[flags][width][.precision][length]conversion.
 struct Conversion {
-  char spec[32];  // its printf form so far: '%', flags, width, precision
+  char form[32];  // its printf form so far: '%', flags, width, precision
   size_t length = 0;
   bool left = false;
   int width = -1;
@@ -133,19 +133,19 @@ struct Conversion {
   // The printf form with `suffix` appended, ready to use.
   const char* With(const char* suffix) {
     size_t n = length;
-    for (; *suffix && n + 1 < sizeof spec; ++suffix) spec[n++] = *suffix;
-    spec[n] = 0;
-    return spec;
+    for (; *suffix && n + 1 < sizeof form; ++suffix) form[n++] = *suffix;
+    form[n] = 0;
+    return form;
   }
 };
 
 // Reads flags, width and precision (taking '*' values from `args`) and the
 // length modifiers; answers the position of the conversion character.
 const WCHAR* ReadConversion(const WCHAR* p, va_list& args, Conversion* c) {
-  c->spec[c->length++] = '%';
+  c->form[c->length++] = '%';
   while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'#' || *p == u'0') {
     if (*p == u'-') c->left = true;
-    if (c->length < 8) c->spec[c->length++] = static_cast<char>(*p);
+    if (c->length < 8) c->form[c->length++] = static_cast<char>(*p);
     ++p;
   }
   if (*p == u'*') {
@@ -169,9 +169,9 @@ const WCHAR* ReadConversion(const WCHAR* p, va_list& args, Conversion* c) {
     }
   }
   if (c->width >= 0)
-    c->length += static_cast<size_t>(snprintf(c->spec + c->length, sizeof c->spec - c->length, "%d", c->width));
+    c->length += static_cast<size_t>(snprintf(c->form + c->length, sizeof c->form - c->length, "%d", c->width));
   if (c->precision >= 0)
-    c->length += static_cast<size_t>(snprintf(c->spec + c->length, sizeof c->spec - c->length, ".%d", c->precision));
+    c->length += static_cast<size_t>(snprintf(c->form + c->length, sizeof c->form - c->length, ".%d", c->precision));
   // Length: h, hh, l, ll, z, j, t, L, and the platform's I64 / I32.
   for (;;) {
     if (*p == u'h') {

@@ -231,8 +231,8 @@ struct Args {
   const void* Pointer() { return va_arg(list, const void*); }
 };
 
-// A parsed specification.
-struct Spec {
+// A parsed directive.
+struct Directive {
   bool left = false, plus = false, space = false, alt = false, zero = false;
   int width = -1;
   int precision = -1;
@@ -241,54 +241,54 @@ struct Spec {
   bool valid = true;  // understood
 };
 
-Spec ParseSpec(const WCHAR* s, int n) {
-  Spec spec;
-  spec.bare = n == 0;
+Directive ParseDirective(const WCHAR* s, int n) {
+  Directive directive;
+  directive.bare = n == 0;
   int i = 0;
   for (; i < n; ++i) {
     const WCHAR c = s[i];
-    if (c == u'-') spec.left = true;
-    else if (c == u'+') spec.plus = true;
-    else if (c == u' ') spec.space = true;
-    else if (c == u'#') spec.alt = true;
-    else if (c == u'0') spec.zero = true;
+    if (c == u'-') directive.left = true;
+    else if (c == u'+') directive.plus = true;
+    else if (c == u' ') directive.space = true;
+    else if (c == u'#') directive.alt = true;
+    else if (c == u'0') directive.zero = true;
     else break;
   }
   if (i < n && IsDigit(s[i])) {
-    spec.width = 0;
-    for (; i < n && IsDigit(s[i]); ++i) spec.width = std::min(spec.width * 10 + (s[i] - u'0'), kWidthLimit);
+    directive.width = 0;
+    for (; i < n && IsDigit(s[i]); ++i) directive.width = std::min(directive.width * 10 + (s[i] - u'0'), kWidthLimit);
   }
   if (i < n && s[i] == u'.') {
-    spec.precision = 0;
-    for (++i; i < n && IsDigit(s[i]); ++i) spec.precision = std::min(spec.precision * 10 + (s[i] - u'0'), kPrecisionLimit);
+    directive.precision = 0;
+    for (++i; i < n && IsDigit(s[i]); ++i) directive.precision = std::min(directive.precision * 10 + (s[i] - u'0'), kPrecisionLimit);
   }
   // Sizes: I64, ll (64-bit); I32, l, h, hh, L (32-bit or the plain double);
   // h / w also choose the width of c and s.
   if (i + 3 <= n && s[i] == u'I' && s[i + 1] == u'6' && s[i + 2] == u'4') {
-    spec.size = Spec::Long64;
+    directive.size = Directive::Long64;
     i += 3;
   } else if (i + 3 <= n && s[i] == u'I' && s[i + 1] == u'3' && s[i + 2] == u'2') {
     i += 3;
   } else if (i + 1 < n && s[i] == u'l' && s[i + 1] == u'l') {
-    spec.size = Spec::Long64;
+    directive.size = Directive::Long64;
     i += 2;
   } else if (i < n && s[i] == u'I') {
-    spec.size = Spec::Long64;  // pointer-sized
+    directive.size = Directive::Long64;  // pointer-sized
     ++i;
   } else if (i + 1 < n && s[i] == u'h' && s[i + 1] == u'h') {
-    spec.size = Spec::Narrow;
+    directive.size = Directive::Narrow;
     i += 2;
   } else if (i < n && s[i] == u'h') {
-    spec.size = Spec::Narrow;
+    directive.size = Directive::Narrow;
     ++i;
   } else if (i < n && (s[i] == u'l' || s[i] == u'w')) {
-    spec.size = Spec::Wide;
+    directive.size = Directive::Wide;
     ++i;
   } else if (i < n && s[i] == u'L') {
     ++i;
   }
-  spec.valid = i == n;
-  return spec;
+  directive.valid = i == n;
+  return directive;
 }
 
 // A small text under construction, never beyond its room.
@@ -311,29 +311,29 @@ struct Piece {
 };
 
 // Sign, prefix and digits laid out as C does: width, "-" and "0".
-void Layout(Piece& out, const Spec& spec, const char* sign, const char* prefix, const char* digits, size_t count,
+void Layout(Piece& out, const Directive& directive, const char* sign, const char* prefix, const char* digits, size_t count,
             bool zeroAllowed) {
   const size_t signLength = std::strlen(sign), prefixLength = std::strlen(prefix);
   const int body = static_cast<int>(signLength + prefixLength + count);
-  const int pad = spec.width > body ? spec.width - body : 0;
-  if (!spec.left && !(spec.zero && zeroAllowed)) out.Fill(u' ', pad);
+  const int pad = directive.width > body ? directive.width - body : 0;
+  if (!directive.left && !(directive.zero && zeroAllowed)) out.Fill(u' ', pad);
   out.Add(sign, signLength);
   out.Add(prefix, prefixLength);
-  if (!spec.left && spec.zero && zeroAllowed) out.Fill(u'0', pad);
+  if (!directive.left && directive.zero && zeroAllowed) out.Fill(u'0', pad);
   out.Add(digits, count);
-  if (spec.left) out.Fill(u' ', pad);
+  if (directive.left) out.Fill(u' ', pad);
 }
 
 // An integer conversion d i u x X o.
-void Integer(Piece& out, const Spec& spec, WCHAR conversion, Args& args) {
+void Integer(Piece& out, const Directive& directive, WCHAR conversion, Args& args) {
   unsigned long long magnitude;
   bool negative = false;
   if (conversion == u'd' || conversion == u'i') {
-    const long long v = spec.size == Spec::Long64 ? args.I64() : args.I32();
+    const long long v = directive.size == Directive::Long64 ? args.I64() : args.I32();
     negative = v < 0;
     magnitude = negative ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
   } else {
-    magnitude = spec.size == Spec::Long64 ? static_cast<unsigned long long>(args.I64())
+    magnitude = directive.size == Directive::Long64 ? static_cast<unsigned long long>(args.I64())
                                           : static_cast<unsigned int>(args.I32());
   }
   const int base = conversion == u'x' || conversion == u'X' ? 16 : conversion == u'o' ? 8 : 10;
@@ -343,21 +343,21 @@ void Integer(Piece& out, const Spec& spec, WCHAR conversion, Args& args) {
   const char* alphabet = conversion == u'X' ? "0123456789ABCDEF" : "0123456789abcdef";
   for (unsigned long long m = magnitude; m; m /= base) *--p = alphabet[m % base];
   // A precision is the least count of digits; ".0" of 0 writes none.
-  const int least = spec.precision >= 0 ? spec.precision : 1;
+  const int least = directive.precision >= 0 ? directive.precision : 1;
   while (end - p < least) *--p = '0';
-  const char* sign = negative ? "-" : spec.plus && base == 10 && (conversion == u'd' || conversion == u'i') ? "+"
-                     : spec.space && (conversion == u'd' || conversion == u'i')                           ? " "
+  const char* sign = negative ? "-" : directive.plus && base == 10 && (conversion == u'd' || conversion == u'i') ? "+"
+                     : directive.space && (conversion == u'd' || conversion == u'i')                           ? " "
                                                                                                           : "";
   const char* prefix = "";
-  if (spec.alt && magnitude != 0 && base == 16) prefix = conversion == u'X' ? "0X" : "0x";
-  if (spec.alt && base == 8 && *p != '0') *--p = '0';
-  Layout(out, spec, sign, prefix, p, static_cast<size_t>(end - p), spec.precision < 0);
+  if (directive.alt && magnitude != 0 && base == 16) prefix = conversion == u'X' ? "0X" : "0x";
+  if (directive.alt && base == 8 && *p != '0') *--p = '0';
+  Layout(out, directive, sign, prefix, p, static_cast<size_t>(end - p), directive.precision < 0);
 }
 
 // A float conversion e E f g G, locale-free.
-void Float(Piece& out, const Spec& spec, WCHAR conversion, double value) {
+void Float(Piece& out, const Directive& directive, WCHAR conversion, double value) {
   char digits[kPieceRoom];
-  const int precision = spec.precision >= 0 ? spec.precision : 6;
+  const int precision = directive.precision >= 0 ? directive.precision : 6;
   const bool negative = std::signbit(value);
   const double magnitude = std::fabs(value);
   size_t count;
@@ -378,28 +378,28 @@ void Float(Piece& out, const Spec& spec, WCHAR conversion, double value) {
     if (conversion == u'E' || conversion == u'G')
       for (size_t i = 0; i < count; ++i)
         if (digits[i] == 'e') digits[i] = 'E';
-    if (spec.alt && precision == 0 && form == std::chars_format::fixed && count < sizeof digits) digits[count++] = '.';
+    if (directive.alt && precision == 0 && form == std::chars_format::fixed && count < sizeof digits) digits[count++] = '.';
   }
-  const char* sign = negative ? "-" : spec.plus ? "+" : spec.space ? " " : "";
-  Layout(out, spec, sign, "", digits, count, std::isfinite(magnitude));
+  const char* sign = negative ? "-" : directive.plus ? "+" : directive.space ? " " : "";
+  Layout(out, directive, sign, "", digits, count, std::isfinite(magnitude));
 }
 
 // "c" and "s" as the platform's wide sprintf writes them.
-void Text(Piece& out, const Spec& spec, WCHAR conversion, Args& args) {
+void Text(Piece& out, const Directive& directive, WCHAR conversion, Args& args) {
   WCHAR one[2] = {};
   std::u16string converted;
   const WCHAR* text;
   size_t length;
   if (conversion == u'c') {
     const int c = args.I32();
-    one[0] = spec.size == Spec::Narrow ? static_cast<WCHAR>(static_cast<unsigned char>(c)) : static_cast<WCHAR>(c);
+    one[0] = directive.size == Directive::Narrow ? static_cast<WCHAR>(static_cast<unsigned char>(c)) : static_cast<WCHAR>(c);
     text = one;
     length = 1;
-  } else if (spec.size == Spec::Narrow) {
+  } else if (directive.size == Directive::Narrow) {
     const auto* narrow = static_cast<const char*>(args.Pointer());
     if (narrow) {
       size_t bytes = 0;
-      const size_t most = spec.precision >= 0 ? static_cast<size_t>(spec.precision) * 4 : SIZE_MAX;
+      const size_t most = directive.precision >= 0 ? static_cast<size_t>(directive.precision) * 4 : SIZE_MAX;
       while (bytes < most && narrow[bytes]) ++bytes;
       converted = ZqUtf8ToUtf16(std::string_view(narrow, bytes));
     } else {
@@ -411,14 +411,14 @@ void Text(Piece& out, const Spec& spec, WCHAR conversion, Args& args) {
     text = static_cast<const WCHAR*>(args.Pointer());
     if (!text) text = u"(null)";
     length = 0;
-    const size_t most = spec.precision >= 0 ? static_cast<size_t>(spec.precision) : SIZE_MAX;
+    const size_t most = directive.precision >= 0 ? static_cast<size_t>(directive.precision) : SIZE_MAX;
     while (length < most && text[length]) ++length;
   }
-  if (spec.precision >= 0 && length > static_cast<size_t>(spec.precision)) length = static_cast<size_t>(spec.precision);
-  const int pad = spec.width > static_cast<int>(length) ? spec.width - static_cast<int>(length) : 0;
-  if (!spec.left) out.Fill(spec.zero ? u'0' : u' ', pad);
+  if (directive.precision >= 0 && length > static_cast<size_t>(directive.precision)) length = static_cast<size_t>(directive.precision);
+  const int pad = directive.width > static_cast<int>(length) ? directive.width - static_cast<int>(length) : 0;
+  if (!directive.left) out.Fill(directive.zero ? u'0' : u' ', pad);
   for (size_t i = 0; i < length; ++i) out.Add(text[i]);
-  if (spec.left) out.Fill(u' ', pad);
+  if (directive.left) out.Fill(u' ', pad);
 }
 
 constexpr bool IsTerminator(WCHAR c) {
@@ -509,7 +509,7 @@ class Scanner {
     }
     const WCHAR conversion = s[n];
     const WCHAR* next = s + n + 1;
-    const Spec spec = ParseSpec(s, n);
+    const Directive directive = ParseDirective(s, n);
     Piece piece;
     switch (conversion) {
       case u'*': PutZ(Locale().decimal); return next;
@@ -526,8 +526,8 @@ class Scanner {
         return next;
       case u'e': case u'E': case u'f': case u'g': case u'G': {
         const double value = args_.F64();
-        if (!spec.valid) break;
-        Float(piece, spec, conversion, value);
+        if (!directive.valid) break;
+        Float(piece, directive, conversion, value);
         if (useLocale && conversion == u'f') return Localised(piece, ZqDigitsForm::GroupDecimal, -1), next;
         if (useLocale && (conversion == u'g' || conversion == u'G')) {
           bool exponent = false;
@@ -538,53 +538,53 @@ class Scanner {
         return next;
       }
       case u'z':
-        if (spec.valid && spec.precision >= 0) {
+        if (directive.valid && directive.precision >= 0) {
           const int value = args_.I32();
-          const int places = spec.precision;
+          const int places = directive.precision;
           const double divisor = places < 16 ? kPow10[places] : std::pow(10.0, places);
-          Spec fixed;
+          Directive fixed;
           fixed.precision = places;
           Float(piece, fixed, u'f', value / divisor);
           return Localised(piece, useLocale ? ZqDigitsForm::GroupDecimal : ZqDigitsForm::Decimal, places), next;
         }
         [[fallthrough]];
       case u'd': case u'i': case u'u':
-        if (spec.valid && spec.bare) {
+        if (directive.valid && directive.bare) {
           const int value = args_.I32();
           const int length = conversion == u'u' ? ZqDWordToTextN(static_cast<DWORD>(value), piece.text, kPieceRoom, useLocale)
                                                 : ZqLongToTextN(value, piece.text, kPieceRoom, useLocale);
           sink_.Put(piece.text, static_cast<size_t>(length));
           return next;
         }
-        if (!spec.valid) {
-          (void)(spec.size == Spec::Long64 ? args_.I64() : args_.I32());
+        if (!directive.valid) {
+          (void)(directive.size == Directive::Long64 ? args_.I64() : args_.I32());
           break;
         }
-        Integer(piece, spec, conversion == u'z' ? u'd' : conversion, args_);
+        Integer(piece, directive, conversion == u'z' ? u'd' : conversion, args_);
         if (useLocale) return Localised(piece, ZqDigitsForm::Grouped, 0), next;
         sink_.Put(piece.text, static_cast<size_t>(piece.n));
         return next;
       case u'x': case u'X': case u'o':
-        if (!spec.valid) {
-          (void)(spec.size == Spec::Long64 ? args_.I64() : args_.I32());
+        if (!directive.valid) {
+          (void)(directive.size == Directive::Long64 ? args_.I64() : args_.I32());
           break;
         }
-        Integer(piece, spec, conversion, args_);
+        Integer(piece, directive, conversion, args_);
         sink_.Put(piece.text, static_cast<size_t>(piece.n));
         return next;
       case u'c': case u's':
-        if (!spec.valid) {
+        if (!directive.valid) {
           if (conversion == u'c') (void)args_.I32();
           else (void)args_.Pointer();
           break;
         }
-        Text(piece, spec, conversion, args_);
+        Text(piece, directive, conversion, args_);
         sink_.Put(piece.text, static_cast<size_t>(piece.n));
         return next;
       default:
         break;
     }
-    // Not understood: the specification as text, with its leading "%".
+    // Not understood: the directive as text, with its leading "%".
     sink_.Put(u'%');
     sink_.Put(s, static_cast<size_t>(n + 1));
     return next;
@@ -658,10 +658,10 @@ namespace {
 
 // Prints one insert with the "%" form `form` (without "%") and its argument.
 void Insert(Sink& sink, const WCHAR* form, size_t formLength, UINT_PTR argument) {
-  WCHAR spec[kSpecLimit + 2];
-  spec[0] = u'%';
-  std::memcpy(spec + 1, form, formLength * sizeof(WCHAR));
-  spec[formLength + 1] = 0;
+  WCHAR directive[kSpecLimit + 2];
+  directive[0] = u'%';
+  std::memcpy(directive + 1, form, formLength * sizeof(WCHAR));
+  directive[formLength + 1] = 0;
   // One argument whatever the form asks: a 64-bit conversion takes the
   // pointer-sized word, a float none.
   // A form must be one conversion: anything more would read arguments that
@@ -669,12 +669,12 @@ void Insert(Sink& sink, const WCHAR* form, size_t formLength, UINT_PTR argument)
   size_t end = 0;
   while (end < formLength && !IsTerminator(form[end]) && form[end] != u'%' && form[end] != u'$') ++end;
   if (end + 1 != formLength || !IsTerminator(form[end]) || form[end] == u'!' || form[end] == u'&') {
-    spec[1] = u's';
-    spec[2] = 0;
+    directive[1] = u's';
+    directive[2] = 0;
   }
   WCHAR text[kPieceRoom];
   UINT n = 0;
-  (void)ZqCchPrintF(text, kPieceRoom, &n, spec, argument, argument, 0.0);
+  (void)ZqCchPrintF(text, kPieceRoom, &n, directive, argument, argument, 0.0);
   sink.Put(text, n);
 }
 

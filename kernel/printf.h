@@ -9,10 +9,10 @@
 //                decimal sign; without its ")" the text stays as it is;
 //   "$(Name)"    the value of token Name (any case); an unknown token, or a
 //                name without ")" within 260 characters, stays as it is;
-//   "%" or "$" then a specification read up to one of the terminators
+//   "%" or "$" then a conversion form read up to one of the terminators
 //                ! & * , : E G X c d e f g i o s u x z (at most 260
 //                characters; without a terminator it is copied as text).
-//   A "$" specification has the locale flag.  By terminator:
+//   A "$" conversion form has the locale flag.  By terminator:
 //     *  ,  :     the locale's decimal sign, list separator, time separator;
 //     !           then ":" / "." / "," (consumed): the timecode separators
 //                 (whole, non-drop, drop);
@@ -30,7 +30,7 @@
 //     c s         a character (int) or a wide string (WCHAR*; "h" for an
 //                 8-bit UTF-8 one), with width, "-" and precision; a null
 //                 string prints "(null)".
-//   A specification that is not understood is copied as text; its
+//   A conversion form that is not understood is copied as text; its
 //   terminator still takes its argument.
 //
 // Arguments follow C's promotions: pass 32-bit integers as int/DWORD (not
