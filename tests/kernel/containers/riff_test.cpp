@@ -409,8 +409,14 @@ TEST(Riff64, FormsAreWrittenPaddedToEightAndWalkedBack) {
 }
 
 // --- Files that libsndfile writes -----------------------------------------------------
+// Every sample format zqvst writes, in RIFF, RF64 and Wave64 forms: the walks
+// must agree with a writer that is not ours.
 
-struct SoundFile { const char* name; int format; WORD bits; };
+struct SoundFile {
+  const char* name;
+  int format;
+  WORD bits;
+};
 
 class RiffOfSoundFiles : public ::testing::TestWithParam<SoundFile> {};
 
@@ -434,7 +440,8 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
   ASSERT_NE(h, INVALID_HANDLE_VALUE);
   const ULONGLONG dataBytes = static_cast<ULONGLONG>(kFrames) * kChannels * p.bits / 8;
   BYTE fmt[40] = {};
-  if ((p.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_W64) {
+  const int major = p.format & SF_FORMAT_TYPEMASK;
+  if (major == SF_FORMAT_W64) {
     ULARGE_INTEGER size{}, left{};
     GUID form{};
     ASSERT_EQ(riff64_ReadFileID(h, &left, &form), S_OK);
@@ -452,6 +459,21 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
     EXPECT_EQ(riff64_GetNumListEntries(h, &count, &whole),
               ::GetFileSize(h, nullptr) % 8 == 0 ? S_OK : ZQ_E_READ_FILE);
     EXPECT_GE(count, 2u);
+  } else if (major == SF_FORMAT_RF64) {
+    DWORD size = 0, id = 0;
+    EXPECT_EQ(riff_ReadFileID(h, &size, nullptr), ZQ_E_RIFF_NO_RIFF) << "an RF64 form is no RIFF form";
+    ASSERT_EQ(riff_SeekDataStart(h), S_OK);
+    ASSERT_EQ(riff_ReadChunkHeader(h, &id, &size), S_OK);
+    EXPECT_EQ(id, ZqRiffId("ds64"));
+    ULONGLONG sizes[3] = {};  // RIFF size, data size, sample count
+    ASSERT_EQ(riff_ReadDataBounded(h, sizes, size, sizeof sizes), S_OK);
+    EXPECT_EQ(sizes[1], dataBytes);
+    ASSERT_EQ(riff_FindChunkHeader(h, ZqRiffId("fmt "), &size, nullptr), S_OK);
+    ASSERT_EQ(riff_ReadDataBounded(h, fmt, size, std::min<DWORD>(size, sizeof fmt)), S_OK);
+    // The data chunk's own size field says "see ds64"; a walk past it ends
+    // at the end of the file.
+    ASSERT_EQ(riff_FindChunkHeader(h, ZqRiffId("data"), &size, nullptr), S_OK);
+    EXPECT_EQ(riff_FindChunkHeader(h, ZqRiffId("LIST"), &size, nullptr), ZQ_E_READ_FILE);
   } else {
     DWORD whole = 0, form = 0, size = 0, left = 0, count = 0;
     ASSERT_EQ(riff_ReadFileID(h, &whole, &form), S_OK);
@@ -476,9 +498,13 @@ TEST_P(RiffOfSoundFiles, AreWalkedChunkByChunk) {
 
 INSTANTIATE_TEST_SUITE_P(
     Formats, RiffOfSoundFiles,
-    // An odd data size (padded), and the 64-bit form with and without a last
-    // chunk ending on its 8-byte step.
-    ::testing::Values(SoundFile{"wav_s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
+    ::testing::Values(SoundFile{"wav_s16", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
+                      SoundFile{"wav_s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
+                      SoundFile{"wav_s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 32},
+                      SoundFile{"wav_f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 32},
+                      SoundFile{"wav_f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 64},
+                      SoundFile{"rf64_s24", SF_FORMAT_RF64 | SF_FORMAT_PCM_24, 24},
+                      SoundFile{"rf64_f32", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, 32},
                       SoundFile{"w64_s16", SF_FORMAT_W64 | SF_FORMAT_PCM_16, 16},
                       SoundFile{"w64_f64", SF_FORMAT_W64 | SF_FORMAT_DOUBLE, 64}),
     [](const auto& info) { return std::string(info.param.name); });
