@@ -28,20 +28,10 @@ namespace {
 constexpr int kModules = 1000;
 constexpr int kSubfolders = 10;
 
-class Quiet final : public ZqComObject<Quiet, IZqProgress> {
- public:
-  HRESULT STDMETHODCALLTYPE Begin(const WCHAR*, DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetText(const WCHAR*) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetProgress(DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetCount(DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE IsCancelled() override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE End(HRESULT) override { return S_OK; }
-};
-
 fs::path g_root;
 fs::path g_plugins;
 
-HRESULT Start(Quiet* progress, DWORD flags) {
+HRESULT Start(CZqSilentProgress* progress, DWORD flags) {
   ZqComPtr<IVstFilterMapper> mapper;
   HRESULT hr = ZqVstCreateFilterMapper(nullptr, IID_IVstFilterMapper, mapper.PutVoid());
   if (SUCCEEDED(hr)) hr = mapper->Init(u"GrovelBench", u"Grovel Bench", 0x01000000, nullptr);
@@ -69,12 +59,12 @@ bool Prepare() {
     fs::create_directories(folder);
     std::ofstream(folder / ("module" + std::to_string(i) + ".so")) << "not a module " << i << '\n';
   }
-  Quiet progress;
+  CZqSilentProgress progress;
   return Start(&progress, GROVEL_RESCAN) == S_OK && ZqVstCache_MappingCount() == kModules;
 }
 
 void BM_CachedStart(benchmark::State& state) {
-  Quiet progress;
+  CZqSilentProgress progress;
   for (auto _ : state) {
     if (Start(&progress, 0) != S_OK) state.SkipWithError("the start failed");
   }

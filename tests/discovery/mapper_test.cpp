@@ -113,15 +113,7 @@ class Mapper : public testing::Test {
     ASSERT_EQ(prefs->SetSearchPath(0, ZqUtf8ToUtf16(folder.string()).c_str(), VSP_EFFECTS), S_OK);
     ASSERT_EQ(prefs->Refresh(&progress, FALSE, FALSE), S_OK);
   }
-  class Quiet final : public ZqComObject<Quiet, IZqProgress> {
-   public:
-    HRESULT STDMETHODCALLTYPE Begin(const WCHAR*, DWORD, DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetText(const WCHAR*) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetProgress(DWORD, DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetCount(DWORD, DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE IsCancelled() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE End(HRESULT) override { return S_OK; }
-  } progress;
+  CZqSilentProgress progress;
   ZqComPtr<IVstFilterMapper> mapper;
   ZqComPtr<IEnumVstFilters> filters;
   ZqComPtr<IZqVstWrapPrefs> prefs;

@@ -38,25 +38,12 @@ bool IsFolder(const std::string& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-// The sink of scans that show nothing: reading the store, storing folders.
-class QuietProgress final : public ZqComObject<QuietProgress, IZqProgress> {
- public:
-  HRESULT STDMETHODCALLTYPE Begin(const WCHAR*, DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetText(const WCHAR*) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetProgress(DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE SetCount(DWORD, DWORD) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE IsCancelled() override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE End(HRESULT) override { return S_OK; }
-
- private:
-  friend class ZqComObject<QuietProgress, IZqProgress>;
-  ~QuietProgress() = default;
-};
-
 }  // namespace
 
+// The sink of scans that show nothing: reading the store, storing folders.
+// Never destroyed: the library may hold it until the process ends.
 IZqProgress* ZqvstQuietProgress() {
-  static QuietProgress* const quiet = new QuietProgress();
+  static CZqSilentProgress* const quiet = new CZqSilentProgress();
   return quiet;
 }
 

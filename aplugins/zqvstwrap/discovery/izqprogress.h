@@ -3,8 +3,9 @@
 // implements it; it may be called from a worker thread of the operation.
 #pragma once
 
-#include "kernel/com/unknown.h"
 #include "base/types.h"
+#include "kernel/com/object.h"
+#include "kernel/com/unknown.h"
 
 class IZqProgress : public IUnknown {
  public:
@@ -20,4 +21,17 @@ class IZqProgress : public IUnknown {
   virtual HRESULT STDMETHODCALLTYPE IsCancelled() = 0;
   // The operation ended with `result`.
   virtual HRESULT STDMETHODCALLTYPE End(HRESULT result) = 0;
+};
+
+// The sink of an operation nobody watches: it shows nothing and never asks
+// to stop.  Its count starts at 1 and its holder keeps that reference, so it
+// may live on the stack or for the whole process.
+class CZqSilentProgress final : public ZqComObject<CZqSilentProgress, IZqProgress> {
+ public:
+  HRESULT STDMETHODCALLTYPE Begin(const WCHAR*, DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetText(const WCHAR*) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetProgress(DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE SetCount(DWORD, DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE IsCancelled() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE End(HRESULT) override { return S_OK; }
 };
