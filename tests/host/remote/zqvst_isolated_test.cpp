@@ -22,6 +22,14 @@ std::string ReadFile(const std::filesystem::path& path) {
   return text.str();
 }
 
+// A float file's PEAK chunk carries the second it was written in; two renders
+// that straddle a second differ there and nowhere else.
+std::string WithoutPeakTime(std::string file) {
+  const size_t peak = file.find("PEAK");
+  if (peak != std::string::npos && peak + 16 <= file.size()) file.replace(peak + 12, 4, 4, '\0');
+  return file;
+}
+
 // Runs zqvst with `args`; its exit status, and its standard output in `*out`.
 DWORD Zqvst(const std::filesystem::path& folder, std::vector<std::string> args, std::string* out) {
   const std::filesystem::path printed = folder / "stdout";
@@ -63,7 +71,7 @@ TEST(ZqvstIsolated, RendersAndDescribesByteForByteAsInProcess) {
       }
       std::string ignored;
       ASSERT_EQ(Zqvst(folder.path(), render, &ignored), 0u) << c[0] << (isolated ? " isolated" : "");
-      files[isolated] = ReadFile(output);
+      files[isolated] = WithoutPeakTime(ReadFile(output));
       ASSERT_EQ(Zqvst(folder.path(), info, &printed[isolated]), 0u) << c[0];
     }
     EXPECT_FALSE(files[0].empty());
